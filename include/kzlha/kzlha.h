@@ -70,6 +70,7 @@ extern "C" {
 #define KZ_ARC_E_BADTABLE       ((HRESULT)0x80040294)
 #define KZ_ARC_E_UNSAFEPATH     ((HRESULT)0x800402A0) /* a name that would leave the destination */
 #define KZ_ARC_E_TOOLARGE       ((HRESULT)0x800402A1) /* a source of 4 GiB or more */
+#define KZ_ARC_E_BADHEADER      ((HRESULT)0x800402A2) /* a member header that cannot be read safely */
 /* System errors arrive as HRESULT_FROM_WIN32(code) = 0x8007xxxx. */
 #define KZ_HRESULT_FROM_WIN32(code) \
   ((HRESULT)((code) <= 0 ? (uint32_t)(code) : (((uint32_t)(code) & 0xFFFFu) | 0x80070000u)))
