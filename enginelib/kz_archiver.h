@@ -79,6 +79,10 @@ class KZLIB_API KzArchiver {
   virtual HRESULT Hook36();                                            // 36
   virtual uint32_t GetFirstHeaderOffset();                             // 37
 
+  // Clears the status, the error file name and the log at the start of an
+  // operation.
+  void ResetStatus();
+
   // ---- errors ---------------------------------------------------------
   // Records hr as the status and fileName (or none) as the error file name.
   HRESULT SetError(HRESULT hr, const wchar_t* fileName);

@@ -7,21 +7,19 @@
 
 #include "platform/win32_compat.h"
 
-struct KzListImpl;
-#define KZ_LIST_OPERATIONS                                              \
-  KZLIB_API static KzList* Create(uint32_t kind);                       \
-  KZLIB_API static void Free(KzList* list);                             \
-  KZLIB_API static HRESULT Add(KzList* list, const wchar_t* text, uint32_t flags); \
-  KZLIB_API static HRESULT AppendItem(KzList* list, void* item);        \
-  KZLIB_API static uint32_t Kind(const KzList* list);                   \
-  KZLIB_API static void FreeItem(uint32_t kind, void* item);
-
 #include <kzlha/kzlha.h>
+
+// A library-internal kind: AddListItem hands each record to Sink at once
+// and keeps nothing, so a walk over the members needs memory independent
+// of their number.
+constexpr uint32_t kListSinkKind = 0x100;
 
 struct KzListImpl {
   KzList Public;
   uint32_t ListKind;
   KzListNode* Last;
+  HRESULT (*Sink)(void* context, LhaHeader* record);
+  void* SinkContext;
 };
 
 // Walks a list's items in order: for (void* item : KzListItems(list)).

@@ -8,12 +8,13 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/kzlib_api.h"
+
 #ifdef _WIN32
 #include <windows.h>
 #include <shlwapi.h>
 #else
 
-#define KZLIB_API __attribute__((visibility("default")))
 
 using DWORD = uint32_t;
 using UINT = uint32_t;
@@ -73,14 +74,6 @@ KZLIB_API int lstrlenW(LPCWSTR s);
 }
 
 #endif  // _WIN32
-
-#ifdef _WIN32
-#ifdef KZLIB_BUILDING
-#define KZLIB_API __declspec(dllexport)
-#else
-#define KZLIB_API __declspec(dllimport)
-#endif
-#endif
 
 namespace kz::platform {
 

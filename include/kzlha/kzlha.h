@@ -43,6 +43,10 @@ typedef int32_t HRESULT;
 #define KZ_EXPORT
 #endif
 
+#if defined(__cplusplus) && defined(KZ_ENGINE_INTERNAL)
+#include "platform/kzlib_api.h"
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -88,8 +92,14 @@ typedef struct KzListNode KzListNode;
 typedef struct KzList {
   uint32_t Count;
   KzListNode* First;
-#ifdef KZ_LIST_OPERATIONS
-  KZ_LIST_OPERATIONS /* the engine library's own view: static operations only */
+#if defined(__cplusplus) && defined(KZ_ENGINE_INTERNAL)
+  /* The engine library's own view: static operations, no data. */
+  KZLIB_API static KzList* Create(uint32_t kind);
+  KZLIB_API static void Free(KzList* list);
+  KZLIB_API static HRESULT Add(KzList* list, const wchar_t* text, uint32_t flags);
+  KZLIB_API static HRESULT AppendItem(KzList* list, void* item);
+  KZLIB_API static uint32_t Kind(const KzList* list);
+  KZLIB_API static void FreeItem(uint32_t kind, void* item);
 #endif
 } KzList;
 #pragma pack(pop)

@@ -1,0 +1,218 @@
+// FileStream over POSIX file descriptors. Failures leave the Win32 form of
+// errno in the thread's last error, which SetSystemError reads.
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <cwchar>
+
+#include "enginelib/file_stream.h"
+#include "enginelib/names.h"
+
+namespace {
+
+BOOL Fail() {
+  SetLastError(kz::platform::Win32ErrorFromErrno(errno));
+  return 0;
+}
+
+std::string SystemPath(const wchar_t* path) {
+  if (path != nullptr && std::wcsncmp(path, L"\\\\?\\", 4) == 0) path += 4;
+  return kz::platform::ToSystemPath(path);
+}
+
+}  // namespace
+
+FileStream::FileStream() : fd_(-1) {}
+
+FileStream::~FileStream() { Close(); }
+
+bool FileStream::IsOpen() const { return fd_ >= 0; }
+
+BOOL FileStream::Open(const wchar_t* path, DWORD access, DWORD share, DWORD disposition,
+                      DWORD flags, intptr_t reserved) {
+  if (disposition != OPEN_EXISTING) return Create(path, access, share, disposition, flags, reserved);
+  Close();
+  name_ = path;
+  if (kz::fault::ShouldFail(kz::fault::kOpen)) return 0;
+  int mode = (access & GENERIC_WRITE) ? ((access & GENERIC_READ) ? O_RDWR : O_WRONLY) : O_RDONLY;
+  int fd = ::open(SystemPath(path).c_str(), mode | O_CLOEXEC);
+  if (fd < 0) return Fail();
+  struct stat st;
+  if (fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
+    int err = S_ISDIR(st.st_mode) ? EISDIR : errno;
+    ::close(fd);
+    errno = err;
+    return Fail();
+  }
+  fd_ = fd;
+  return 1;
+}
+
+BOOL FileStream::Create(const wchar_t* path, DWORD access, DWORD share, DWORD disposition,
+                        DWORD attributes, intptr_t reserved) {
+  Close();
+  name_ = path;
+  if (kz::fault::ShouldFail(kz::fault::kCreate)) return 0;
+  int mode = (access & GENERIC_READ) && (access & GENERIC_WRITE) ? O_RDWR
+             : (access & GENERIC_WRITE)                          ? O_WRONLY
+                                                                 : O_RDONLY;
+  int how = 0;
+  switch (disposition) {
+    case CREATE_NEW: how = O_CREAT | O_EXCL; break;
+    case CREATE_ALWAYS: how = O_CREAT | O_TRUNC; break;
+    case OPEN_ALWAYS: how = O_CREAT; break;
+    case OPEN_EXISTING: how = 0; break;
+    default: errno = EINVAL; return Fail();
+  }
+  mode_t perms = (attributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
+  int fd = ::open(SystemPath(path).c_str(), mode | how | O_CLOEXEC | O_NOFOLLOW, perms);
+  if (fd < 0) return Fail();
+  fd_ = fd;
+  return 1;
+}
+
+BOOL FileStream::Read(void* buffer, uint32_t length, uint32_t* countRead, intptr_t) {
+  if (countRead) *countRead = 0;
+  if (fd_ < 0) {
+    errno = EBADF;
+    return Fail();
+  }
+  if (kz::fault::ShouldFail(kz::fault::kRead)) return 0;
+  auto* out = static_cast<uint8_t*>(buffer);
+  uint32_t done = 0;
+  while (done < length) {
+    ssize_t n = ::read(fd_, out + done, length - done);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return Fail();
+    }
+    if (n == 0) break;
+    done += static_cast<uint32_t>(n);
+  }
+  if (done < length) std::memset(out + done, 0, length - done);
+  if (countRead) *countRead = done;
+  return 1;
+}
+
+BOOL FileStream::ReadAt(uint64_t offset, void* buffer, uint32_t length, uint32_t* countRead) {
+  if (countRead) *countRead = 0;
+  if (fd_ < 0) {
+    errno = EBADF;
+    return Fail();
+  }
+  if (kz::fault::ShouldFail(kz::fault::kRead)) return 0;
+  auto* out = static_cast<uint8_t*>(buffer);
+  uint32_t done = 0;
+  while (done < length) {
+    ssize_t n = ::pread(fd_, out + done, length - done, static_cast<off_t>(offset + done));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return Fail();
+    }
+    if (n == 0) break;
+    done += static_cast<uint32_t>(n);
+  }
+  if (done < length) std::memset(out + done, 0, length - done);
+  if (countRead) *countRead = done;
+  return 1;
+}
+
+BOOL FileStream::Write(const void* buffer, uint32_t length, uint32_t* countWritten, intptr_t) {
+  if (countWritten) *countWritten = 0;
+  if (fd_ < 0) {
+    errno = EBADF;
+    return Fail();
+  }
+  if (kz::fault::ShouldFail(kz::fault::kWrite)) return 0;
+  const auto* in = static_cast<const uint8_t*>(buffer);
+  uint32_t done = 0;
+  while (done < length) {
+    ssize_t n = ::write(fd_, in + done, length - done);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      if (countWritten) *countWritten = done;
+      return Fail();
+    }
+    done += static_cast<uint32_t>(n);
+  }
+  if (countWritten) *countWritten = done;
+  return 1;
+}
+
+BOOL FileStream::Seek(int64_t offset, uint32_t origin, intptr_t) {
+  if (fd_ < 0) {
+    errno = EBADF;
+    return Fail();
+  }
+  if (kz::fault::ShouldFail(kz::fault::kSeek)) return 0;
+  int whence = origin == 0 ? SEEK_SET : origin == 1 ? SEEK_CUR : SEEK_END;
+  if (::lseek(fd_, static_cast<off_t>(offset), whence) < 0) return Fail();
+  return 1;
+}
+
+void FileStream::Close() {
+  if (fd_ >= 0) {
+    ::close(fd_);
+    fd_ = -1;
+  }
+}
+
+uint64_t FileStream::GetPosition() {
+  if (fd_ < 0) return 0;
+  off_t pos = ::lseek(fd_, 0, SEEK_CUR);
+  return pos < 0 ? 0 : static_cast<uint64_t>(pos);
+}
+
+BOOL FileStream::GetSize(uint64_t* size) {
+  struct stat st;
+  if (fd_ < 0 || fstat(fd_, &st) != 0) return Fail();
+  if (size) *size = static_cast<uint64_t>(st.st_size);
+  return 1;
+}
+
+BOOL FileStream::SetEnd() {
+  if (fd_ < 0) {
+    errno = EBADF;
+    return Fail();
+  }
+  if (kz::fault::ShouldFail(kz::fault::kTruncate)) return 0;
+  off_t pos = ::lseek(fd_, 0, SEEK_CUR);
+  if (pos < 0 || ::ftruncate(fd_, pos) != 0) return Fail();
+  return 1;
+}
+
+BOOL FileStream::GetDosDateTime(uint16_t* date, uint16_t* time) {
+  struct stat st;
+  if (fd_ < 0 || fstat(fd_, &st) != 0) return Fail();
+  uint32_t dos = kz::UnixToDosTime(static_cast<int64_t>(st.st_mtime));
+  if (date) *date = static_cast<uint16_t>(dos >> 16);
+  if (time) *time = static_cast<uint16_t>(dos & 0xFFFF);
+  return 1;
+}
+
+BOOL FileStream::Flush() {
+  if (fd_ < 0) {
+    errno = EBADF;
+    return Fail();
+  }
+  if (::fsync(fd_) != 0) return Fail();
+  return 1;
+}
+
+BOOL FileStream::SetModTime(int64_t unixTime) {
+  if (fd_ < 0) {
+    errno = EBADF;
+    return Fail();
+  }
+  struct timespec times[2];
+  times[0].tv_sec = static_cast<time_t>(unixTime);
+  times[0].tv_nsec = 0;
+  times[1] = times[0];
+  if (::futimens(fd_, times) != 0) return Fail();
+  return 1;
+}
