@@ -1,0 +1,308 @@
+// The engine library's core: file streams and the errors they record, path
+// strings, names in the archive code page, selection.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <string>
+
+#include "enginelib/kz_archiver.h"
+#include "enginelib/names.h"
+#include "enginelib/selection.h"
+#include "support/test_support.h"
+
+namespace {
+
+using kztest::TempDir;
+using kztest::Wide;
+
+// KzArchiver is abstract in spirit only: the base is enough to record errors.
+class Archiver : public KzArchiver {};
+
+std::wstring EngineForm(const std::filesystem::path& p) {
+  std::wstring w = Wide(p.string());
+  for (auto& c : w) {
+    if (c == L'/') c = L'\\';
+  }
+  return w;
+}
+
+TEST(FileStreamTest, FailuresRecordTheSystemErrorAndTheStreamName) {
+  TempDir dir;
+  kztest::WriteFile(dir / "short.bin", std::string("abc"));
+  kztest::WriteFile(dir / "readonly.bin", std::string("x"));
+  chmod((dir / "readonly.bin").c_str(), 0444);
+  std::filesystem::create_directory(dir / "sub");
+
+  struct Case {
+    const char* what;
+    std::string file;
+    HRESULT expected;
+  };
+  const bool root = geteuid() == 0;  // root may write to read-only files
+  const Case cases[] = {
+      {"missing file", "missing.bin", kz::HresultFromWin32(ERROR_FILE_NOT_FOUND)},
+      {"directory", "sub", kz::HresultFromWin32(ERROR_ACCESS_DENIED)},
+      {"missing directory on the way", "nodir/x.bin", kz::HresultFromWin32(ERROR_FILE_NOT_FOUND)},
+  };
+  for (const auto& c : cases) {
+    Archiver a;
+    ASSERT_EQ(a.Init(), 0);
+    std::wstring path = Wide((dir / c.file).string());
+    ASSERT_FALSE(a.ArchiveStream.Open(path.c_str(), GENERIC_READ, 3, OPEN_EXISTING, 0, 0)) << c.what;
+    EXPECT_EQ(a.SetSystemError(a.ArchiveStream.GetName()), c.expected) << c.what;
+    EXPECT_EQ(a.Status, c.expected) << c.what;
+    ASSERT_NE(a.ErrorFileName, nullptr);
+    EXPECT_EQ(std::wstring(a.ErrorFileName), EngineForm(dir / c.file)) << c.what;
+  }
+
+  Archiver a;
+  ASSERT_EQ(a.Init(), 0);
+  // A read past the end delivers what there is and zero-fills the rest.
+  std::wstring shortPath = Wide((dir / "short.bin").string());
+  ASSERT_TRUE(a.ArchiveStream.Open(shortPath.c_str(), GENERIC_READ, 3, OPEN_EXISTING, 0, 0));
+  uint8_t buf[8];
+  std::memset(buf, 0xEE, sizeof buf);
+  uint32_t got = 99;
+  ASSERT_TRUE(a.ArchiveStream.Read(buf, sizeof buf, &got, 0));
+  EXPECT_EQ(got, 3u);
+  EXPECT_EQ(buf[2], 'c');
+  EXPECT_EQ(buf[3], 0);
+  EXPECT_EQ(buf[7], 0);
+  // A short read is no system error: recording it still gives a failure.
+  SetLastError(0);
+  EXPECT_EQ(a.SetSystemError(a.ArchiveStream.GetName()), kz::HresultFromWin32(ERROR_HANDLE_EOF));
+
+  if (!root) {
+    std::wstring ro = Wide((dir / "readonly.bin").string());
+    EXPECT_FALSE(a.OutputStream.Open(ro.c_str(), GENERIC_WRITE, 1, OPEN_EXISTING, 0, 0));
+    EXPECT_EQ(a.SetSystemError(a.OutputStream.GetName()), kz::HresultFromWin32(ERROR_ACCESS_DENIED));
+  }
+  // Writing to a stream opened for reading fails too.
+  uint32_t written = 7;
+  EXPECT_FALSE(a.ArchiveStream.Write("z", 1, &written, 0));
+  EXPECT_EQ(written, 0u);
+}
+
+TEST(FileStreamTest, SeekSizeTruncateAndDosTime) {
+  TempDir dir;
+  std::wstring path = Wide((dir / "f.bin").string());
+  FileStream s;
+  ASSERT_TRUE(s.Create(path.c_str(), GENERIC_READ | GENERIC_WRITE, 1, CREATE_ALWAYS, 0x20, 0));
+  uint32_t n = 0;
+  ASSERT_TRUE(s.Write("0123456789", 10, &n, 0));
+  EXPECT_EQ(s.GetPosition(), 10u);
+  ASSERT_TRUE(s.Seek(4, 0, 0));
+  ASSERT_TRUE(s.SetEnd());
+  uint64_t size = 0;
+  ASSERT_TRUE(s.GetSize(&size));
+  EXPECT_EQ(size, 4u);
+  ASSERT_TRUE(s.Seek(-2, 2, 0));
+  char two[2];
+  ASSERT_TRUE(s.Read(two, 2, &n, 0));
+  EXPECT_EQ(std::string(two, 2), "23");
+  ASSERT_TRUE(s.SetModTime(1262347200));  // 2010-01-01 12:00:00 UTC
+  uint16_t date = 0, time = 0;
+  ASSERT_TRUE(s.GetDosDateTime(&date, &time));
+  EXPECT_EQ(kz::DosToUnixTime((uint32_t(date) << 16) | time), 1262347200);
+}
+
+TEST(FaultInjectionTest, TheNthArmedCallFails) {
+  TempDir dir;
+  kztest::WriteFile(dir / "f.bin", std::string("abcdef"));
+  std::wstring path = Wide((dir / "f.bin").string());
+  FileStream s;
+  ASSERT_TRUE(s.Open(path.c_str(), GENERIC_READ, 3, OPEN_EXISTING, 0, 0));
+  kz::fault::Arm(2, kz::fault::kRead);
+  char c;
+  EXPECT_TRUE(s.Read(&c, 1, nullptr, 0));
+  EXPECT_FALSE(s.Read(&c, 1, nullptr, 0));
+  EXPECT_EQ(GetLastError(), ERROR_GEN_FAILURE);
+  EXPECT_TRUE(s.Seek(0, 0, 0));  // other kinds are not counted
+  EXPECT_TRUE(s.Read(&c, 1, nullptr, 0));
+  EXPECT_EQ(kz::fault::CallsSeen(), 3u);
+  kz::fault::Disarm();
+}
+
+TEST(PathStringTest, AssignmentDropsLongPathPrefixesAndTurnsSlashes) {
+  struct Case {
+    const wchar_t* in;
+    const wchar_t* out;
+  };
+  const Case cases[] = {
+      {L"\\\\?\\C:\\dir\\a.lzh", L"C:\\dir\\a.lzh"},
+      {L"\\\\?\\UNC\\server\\share\\a.lzh", L"\\\\server\\share\\a.lzh"},
+      {L"\\\\?\\unc\\server\\a.lzh", L"unc\\server\\a.lzh"},  // the case of UNC matters
+      {L"dir/sub/a.lzh", L"dir\\sub\\a.lzh"},
+      {L"/tmp/x", L"\\tmp\\x"},
+      {L"", L""},
+  };
+  for (const auto& c : cases) {
+    PathString p;
+    p = c.in;
+    EXPECT_STREQ(p.c_str(), c.out) << c.in;
+  }
+}
+
+TEST(PathStringTest, GrowsPastItsInlineRoomAndAppendsComponents) {
+  PathString p;
+  std::wstring longName(1000, L'a');
+  p = longName.c_str();
+  EXPECT_EQ(p.size(), 1000u);
+  p.AppendComponent(L"\\\\b");
+  EXPECT_EQ(std::wstring(p.c_str()), longName + L"\\b");
+  PathString copy = p;
+  p.Truncate(2);
+  EXPECT_STREQ(p.c_str(), L"aa");
+  EXPECT_EQ(copy.size(), 1002u);
+  p = p.c_str() + 1;  // self-assignment from inside the buffer
+  EXPECT_STREQ(p.c_str(), L"a");
+}
+
+TEST(NamesTest, CodePage932ConvertsBothWaysAndKeepsUndecodableBytes) {
+  kz::NameConverter conv;
+  ASSERT_TRUE(conv.SetCodePage(932));
+  wchar_t wide[64];
+  // "日本" in Shift_JIS, then ASCII, with a backslash kept as a separator.
+  const char sjis[] = "\x93\xfa\x96\x7b\\a.txt";
+  ASSERT_EQ(conv.ToWide(sjis, wide, 63), 7);
+  EXPECT_EQ(std::wstring(wide), std::wstring(L"\u65E5\u672C\\a.txt"));
+  char back[64];
+  ASSERT_EQ(conv.FromWide(wide, back, sizeof back), 10);
+  EXPECT_STREQ(back, sjis);
+  // A lead byte with no valid trail byte, and a lone high byte.
+  const char bad[] = "a\x81\x20z\xff";
+  conv.ToWide(bad, wide, 63);
+  EXPECT_EQ(std::wstring(wide), std::wstring(L"a\xDC81 z\xDCFF"));
+  conv.FromWide(wide, back, sizeof back);
+  EXPECT_STREQ(back, bad);  // the raw bytes come back as they were
+  // Capacity is respected, with a terminator behind it.
+  EXPECT_EQ(conv.ToWide("abcdef", wide, 3), 3);
+  EXPECT_STREQ(wide, L"abc");
+  EXPECT_FALSE(conv.SetCodePage(12345));
+  EXPECT_EQ(conv.CodePage(), 932u);
+}
+
+TEST(NamesTest, NormalizeNameLeavesNoControlCharacters) {
+  Archiver a;
+  wchar_t name[64] = L"dir/\x1b]2;evil\x07\x9b\x202Etxt.exe";
+  a.NormalizeName(name, 64);
+  EXPECT_STREQ(name, L"dir\\_]2;evil___txt.exe");
+}
+
+TEST(NamesTest, DosTimesRoundTripAndInvalidOnesAreRefused) {
+  // 2012-04-05 10:20:30 in DOS fields.
+  uint32_t dos = (32u << 25) | (4u << 21) | (5u << 16) | (10u << 11) | (20u << 5) | 15u;
+  int64_t unixTime = kz::DosToUnixTime(dos);
+  ASSERT_NE(unixTime, -1);
+  EXPECT_EQ(kz::UnixToDosTime(unixTime), dos);
+  EXPECT_EQ(kz::DosToUnixTime(0), -1);                 // month 0
+  EXPECT_EQ(kz::DosToUnixTime((13u << 21) | (1u << 16)), -1);  // month 13
+}
+
+TEST(SelectionTest, PatternsTable) {
+  struct Case {
+    const wchar_t* pattern;
+    const wchar_t* name;
+    uint32_t flags;
+    bool selected;
+  };
+  const uint32_t W = KZ_SELECT_WILDCARD, N = KZ_SELECT_NOCASE, S = KZ_SELECT_SUBTREE;
+  const Case cases[] = {
+      {L"a.txt", L"a.txt", 0, true},
+      {L"a.txt", L"A.TXT", 0, false},
+      {L"a.txt", L"A.TXT", N, true},
+      {L"dir/a.txt", L"dir\\a.txt", 0, true},
+      {L"/dir/a.txt", L"dir\\a.txt", 0, true},
+      {L"./a.txt", L"a.txt", 0, true},
+      {L"*.txt", L"a.txt", 0, false},  // no wildcards unless asked
+      {L"*.txt", L"a.txt", W, true},
+      {L"*.txt", L"dir\\a.txt", W, true},  // '*' crosses separators
+      {L"file2-?.txt", L"file2-1.txt", W, true},
+      {L"file2-?.txt", L"file2-10.txt", W, false},
+      {L"dir", L"dir\\sub\\a.txt", 0, false},
+      {L"dir", L"dir\\sub\\a.txt", S, true},
+      {L"dir\\sub", L"dir\\sub\\a.txt", S, true},
+      {L"di", L"dir\\a.txt", S, false},  // whole components only
+      {L"d*", L"dir\\a.txt", W | S, true},
+      {L"*", L"anything\\at\\all", W, true},
+      {L"a*b*c", L"aXbYbZc", W, true},
+      {L"a*b*c", L"aXbYbZ", W, false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(kz::NameSelected(c.pattern, c.name, c.flags), c.selected)
+        << kztest::Narrow(c.pattern) << " vs " << kztest::Narrow(c.name) << " flags " << c.flags;
+  }
+}
+
+TEST(SelectionTest, EmptySelectionTakesEveryMember) {
+  Archiver a;
+  ASSERT_EQ(a.Init(), 0);
+  LhaHeader record{};
+  wchar_t name[] = L"x";
+  record.Name = name;
+  EXPECT_EQ(a.IsItemSelected(&record, nullptr, 0), 1);
+  KzList* list = KzList::Create(KZ_LIST_NAMES);
+  EXPECT_EQ(a.IsItemSelected(&record, list, 0), 1);
+  ASSERT_EQ(KzList::Add(list, L"y", 0), 0);
+  EXPECT_EQ(a.IsItemSelected(&record, list, 0), 0);
+  ASSERT_EQ(KzList::Add(list, L"x", 0), 0);
+  EXPECT_EQ(a.IsItemSelected(&record, list, 0), 1);
+  KzList::Free(list);
+}
+
+TEST(LogTest, ErrorsGoToTheLogAndTheMessageCallback) {
+  Archiver a;
+  ASSERT_EQ(a.Init(), 0);
+  struct Seen {
+    int calls = 0;
+    HRESULT status = 0;
+    std::wstring file;
+  } seen;
+  KzCallbacks cb{};
+  cb.Size = sizeof cb;
+  cb.Message = [](void* ctx, uint32_t, HRESULT status, const wchar_t*, const wchar_t* file) {
+    auto* s = static_cast<Seen*>(ctx);
+    ++s->calls;
+    s->status = status;
+    s->file = file ? file : L"";
+  };
+  ASSERT_EQ(a.SetCallbacks(&cb, &seen), 0);
+  EXPECT_EQ(a.SetError(KZ_E_CRC, L"member.txt"), KZ_E_CRC);
+  EXPECT_EQ(seen.calls, 1);
+  EXPECT_EQ(seen.status, KZ_E_CRC);
+  EXPECT_EQ(seen.file, L"member.txt");
+  KzList* log = a.GetLogList();
+  ASSERT_EQ(log->Count, 1u);
+  auto* entry = static_cast<KzLogEntry*>(log->First->Item);
+  EXPECT_EQ(entry->Status, KZ_E_CRC);
+  EXPECT_STREQ(entry->FileName, L"member.txt");
+  EXPECT_EQ(entry->Level, uint32_t(KZ_LOG_ERROR));
+  // A new operation starts with a clean slate.
+  a.ResetStatus();
+  EXPECT_EQ(a.Status, 0);
+  EXPECT_EQ(a.ErrorFileName, nullptr);
+  EXPECT_EQ(a.GetLogList()->Count, 0u);
+}
+
+TEST(ProgressTest, AHostThatAsksToStopMakesTheStatusNegative) {
+  Archiver a;
+  ASSERT_EQ(a.Init(), 0);
+  KzCallbacks cb{};
+  cb.Size = sizeof cb;
+  cb.Progress = [](void* ctx, const wchar_t*, uint64_t done, uint64_t total) {
+    *static_cast<uint64_t*>(ctx) = done;
+    return done >= total ? 1 : 0;
+  };
+  uint64_t lastDone = 0;
+  a.SetCallbacks(&cb, &lastDone);
+  a.SetTotalSize(100);
+  a.Transfer.TotalBytes = 40;
+  EXPECT_EQ(a.ReportProgress(), 0);
+  EXPECT_EQ(lastDone, 40u);
+  a.Transfer.TotalBytes = 100;
+  EXPECT_EQ(a.ReportProgress(), KZ_E_ABORT);
+  EXPECT_EQ(a.Status, KZ_E_ABORT);
+}
+
+}  // namespace
