@@ -28,35 +28,35 @@ namespace kztest {
 // a size field that disagrees with the data.
 struct ExtHeader {
   uint8_t type = 0;
-  Bytes data;
-  std::optional<uint16_t> size;  // default: 1 + data.size() + 2
+  Bytes data{};
+  std::optional<uint16_t> size{};  // default: 1 + data.size() + 2
 };
 
 struct MemberSpec {
   int level = 1;                  // 0, 1, 2 (3 and up are written as level 2)
   std::string method = "-lh0-";   // five characters, written as they are
-  std::string name;               // level 0/1: the name field; level 2: a type-0x01 header
-  std::string directory;          // level 1/2: a type-0x02 header when not empty
-  Bytes packed;                   // the packed data that follows the header
+  std::string name{};               // level 0/1: the name field; level 2: a type-0x01 header
+  std::string directory{};          // level 1/2: a type-0x02 header when not empty
+  Bytes packed{};                   // the packed data that follows the header
   uint32_t originalSize = 0;
   uint16_t crc = 0;
   uint32_t timeStamp = 0x3C210000;  // level 0/1: DOS date<<16|time; level 2: Unix seconds
   uint8_t attributes = 0x20;
   uint8_t osId = 'U';             // level 1/2
-  std::vector<ExtHeader> extensions;  // further headers, after the name and directory
+  std::vector<ExtHeader> extensions{};  // further headers, after the name and directory
   bool headerCrc = false;         // level 2: a type-0x00 header holding the header's CRC-16
 
   // Overrides for damaged or unusual headers.
-  std::optional<uint32_t> packedSize;     // default: level 1: extensions + data; else data
-  std::optional<uint8_t> sizeByte;        // level 0/1 byte 0
-  std::optional<uint8_t> checksum;        // level 0/1 byte 1
+  std::optional<uint32_t> packedSize{};     // default: level 1: extensions + data; else data
+  std::optional<uint8_t> sizeByte{};        // level 0/1 byte 0
+  std::optional<uint8_t> checksum{};        // level 0/1 byte 1
   int checksumDelta = 0;                  // added to the computed checksum
-  Bytes level0Trailer;                    // level 0: bytes behind the CRC, counted in byte 0
+  Bytes level0Trailer{};                    // level 0: bytes behind the CRC, counted in byte 0
   bool trailerInChecksum = true;          // as LHA writers do; the reader sums up to the CRC
-  std::optional<uint16_t> headerLength;   // level 2 offset 0
+  std::optional<uint16_t> headerLength{};   // level 2 offset 0
   size_t level2Padding = 0;               // level 2: zero bytes after the extensions
-  std::optional<uint16_t> firstExtSize;   // overrides the first extended-header size field
-  std::optional<uint8_t> levelByte;       // written at offset 20 instead of `level`
+  std::optional<uint16_t> firstExtSize{};   // overrides the first extended-header size field
+  std::optional<uint8_t> levelByte{};       // written at offset 20 instead of `level`
 };
 
 // Where a member landed in the archive.
@@ -85,8 +85,8 @@ class ArchiveBuilder {
   void WriteTo(const std::filesystem::path& path) const;
 
  private:
-  kztest::Bytes bytes_;
-  std::vector<MemberLayout> layout_;
+  kztest::Bytes bytes_{};
+  std::vector<MemberLayout> layout_{};
 };
 
 // The header bytes of one member alone (without its packed data).
