@@ -1,0 +1,373 @@
+// Listing: the walk into the host's list and the archive statistics.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "archiver/lha_archiver.h"
+#include "support/archive_builder.h"
+#include "support/test_support.h"
+
+namespace {
+
+using kztest::ArchiveBuilder;
+using kztest::Bytes;
+using kztest::MemberSpec;
+using kztest::ToBytes;
+
+// A library list that frees itself.
+class OwnedList {
+ public:
+  explicit OwnedList(uint32_t kind) : list_(KzList::Create(kind)) {}
+  ~OwnedList() { KzList::Free(list_); }
+  OwnedList(const OwnedList&) = delete;
+  OwnedList& operator=(const OwnedList&) = delete;
+  KzList* get() const { return list_; }
+
+ private:
+  KzList* list_;
+};
+
+std::vector<const LhaHeader*> Members(const KzList* list) {
+  std::vector<const LhaHeader*> out;
+  for (void* item : KzListItems(list)) out.push_back(static_cast<const LhaHeader*>(item));
+  return out;
+}
+
+std::vector<std::wstring> Names(const KzList* list) {
+  std::vector<std::wstring> out;
+  for (const LhaHeader* m : Members(list)) out.emplace_back(m->Name);
+  return out;
+}
+
+// A member of the given method and sizes; the data bytes are not decoded
+// by listing, so any bytes of the right length do.
+MemberSpec Sized(const std::string& name, char method, uint32_t packed, uint32_t original,
+                 int level = 2, uint8_t osId = 'U') {
+  return MemberSpec{.level = level, .method = std::string("-lh") + method + "-", .name = name,
+                    .packed = Bytes(packed, 0x5A), .originalSize = original, .osId = osId};
+}
+
+class ListTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(archiver_.Init(), 0);
+    std::memset(&info_, 0xAB, sizeof info_);
+  }
+
+  void Bind(const Bytes& bytes) {
+    kztest::WriteFile(dir_ / "a.lzh", bytes);
+    path_ = kztest::Wide((dir_ / "a.lzh").string());
+    ASSERT_EQ(archiver_.InitArchive(path_.c_str(), 0, 0), 0);
+  }
+
+  void Bind(std::initializer_list<MemberSpec> specs) {
+    ArchiveBuilder b;
+    for (const auto& s : specs) b.Member(s);
+    b.End();
+    Bind(b.Bytes());
+  }
+
+  HRESULT List(ArchiveInfo* info) {
+    return archiver_.ListArchive(all_.get(), KZ_SELECT_EXACT, 0, members_.get(), info);
+  }
+
+  bool InfoUntouched() const {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&info_);
+    for (size_t i = 0; i < sizeof info_; ++i) {
+      if (bytes[i] != 0xAB) return false;
+    }
+    return true;
+  }
+
+  kztest::TempDir dir_;
+  std::wstring path_;
+  KzLhaArchiver archiver_;
+  OwnedList all_{KZ_LIST_NAMES};  // empty: every member
+  OwnedList members_{KZ_LIST_MEMBERS};
+  ArchiveInfo info_;
+};
+
+// ---- the walk ------------------------------------------------------------------------
+
+TEST_F(ListTest, ListsEveryMemberInArchiveOrderFromBehindAStub) {
+  ArchiveBuilder b;
+  b.Stub(Bytes(300, 0x90))
+      .Stored("zero.txt", ToBytes("level 0"), 0)
+      .Stored("dir\\one.txt", ToBytes("level one"), 1)
+      .Member({.level = 2, .name = "two.txt", .directory = kztest::Dir("d/"),
+               .packed = ToBytes("2"), .originalSize = 1})
+      .End();
+  Bind(b.Bytes());
+  ASSERT_EQ(List(&info_), 0);
+  EXPECT_EQ(Names(members_.get()),
+            (std::vector<std::wstring>{L"zero.txt", L"dir\\one.txt", L"d\\two.txt"}));
+  const auto members = Members(members_.get());
+  ASSERT_EQ(members.size(), 3u);
+  for (size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(members[i]->HeaderPos, b.Layout()[i].headerPos);
+    EXPECT_EQ(members[i]->Valid, 1u);
+  }
+  EXPECT_EQ(members[1]->OriginalSize, 9u);
+  EXPECT_EQ(members[1]->Crc, kztest::Crc16(ToBytes("level one")));
+  EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
+}
+
+TEST_F(ListTest, ListsAThousandMembers) {
+  ArchiveBuilder b;
+  for (int i = 0; i < 1000; ++i) b.Stored("m" + std::to_string(i), Bytes(i % 7, 'x'), i % 3);
+  b.End();
+  Bind(b.Bytes());
+  ASSERT_EQ(List(&info_), 0);
+  const auto names = Names(members_.get());
+  ASSERT_EQ(names.size(), 1000u);
+  EXPECT_EQ(names[999], L"m999");
+  EXPECT_EQ(info_.MemberCount, 1000u);
+}
+
+TEST_F(ListTest, ANullSelectionOrListIsAnInvalidArgument) {
+  Bind({Sized("a", '5', 1, 1)});
+  EXPECT_EQ(archiver_.ListArchive(nullptr, 0, 0, members_.get(), &info_), kz::E_Invalidarg);
+  EXPECT_EQ(archiver_.Status, kz::E_Invalidarg);
+  EXPECT_EQ(archiver_.ErrorFileName, nullptr);
+  EXPECT_EQ(archiver_.ListArchive(all_.get(), 0, 0, nullptr, &info_), kz::E_Invalidarg);
+  EXPECT_EQ(members_.get()->Count, 0u);
+  EXPECT_TRUE(InfoUntouched());
+}
+
+TEST_F(ListTest, InfoMayBeNull) {
+  Bind({Sized("a", '5', 1, 1)});
+  ASSERT_EQ(List(nullptr), 0);
+  EXPECT_EQ(members_.get()->Count, 1u);
+}
+
+TEST_F(ListTest, ASelectionChoosesMembersAndOnlyThoseAreCounted) {
+  Bind({Sized("a.txt", '5', 10, 100), Sized("b.txt", '7', 20, 40), Sized("c.txt", '6', 30, 300)});
+  OwnedList selection(KZ_LIST_NAMES);
+  ASSERT_EQ(KzList::Add(selection.get(), L"b.txt", 0), 0);
+  ASSERT_EQ(archiver_.ListArchive(selection.get(), KZ_SELECT_EXACT, 0, members_.get(), &info_), 0);
+  EXPECT_EQ(Names(members_.get()), std::vector<std::wstring>{L"b.txt"});
+  EXPECT_EQ(info_.MemberCount, 1u);
+  EXPECT_EQ(info_.TotalPacked, 20u);
+  EXPECT_EQ(info_.TotalOriginal, 40u);
+  EXPECT_EQ(info_.DictionaryKiB, 64u);
+  EXPECT_EQ(info_.RatioPercent, 50u);
+}
+
+TEST_F(ListTest, ASelectionOfNothingLeavesTheStatisticsEmpty) {
+  Bind({Sized("a.txt", '7', 10, 100, 1, 'U')});
+  OwnedList selection(KZ_LIST_NAMES);
+  ASSERT_EQ(KzList::Add(selection.get(), L"nothing-like-this", 0), 0);
+  ASSERT_EQ(archiver_.ListArchive(selection.get(), KZ_SELECT_EXACT, 0, members_.get(), &info_), 0);
+  EXPECT_EQ(members_.get()->Count, 0u);
+  EXPECT_EQ(info_.ArchiveType, 13u);
+  EXPECT_EQ(info_.DictionaryKiB, 8u);
+  EXPECT_EQ(info_.MemberCount, 0u);
+  EXPECT_EQ(info_.VersionMajor, 0u);  // as the library filled them
+  EXPECT_EQ(info_.HostOs, 0u);
+  EXPECT_EQ(info_.TotalOriginal, 0u);
+  EXPECT_EQ(info_.RatioPercent, 0u);
+}
+
+// Items already in the list are examined like the new ones.
+TEST_F(ListTest, ItemsAlreadyInTheListAreCounted) {
+  Bind({Sized("a", '7', 30, 60), Sized("b", '1', 10, 40)});
+  ASSERT_EQ(List(nullptr), 0);
+  Bind({Sized("c", '5', 20, 100)});
+  ASSERT_EQ(List(&info_), 0);
+  EXPECT_EQ(Names(members_.get()), (std::vector<std::wstring>{L"a", L"b", L"c"}));
+  EXPECT_EQ(info_.MemberCount, 3u);
+  EXPECT_EQ(info_.TotalPacked, 60u);
+  EXPECT_EQ(info_.TotalOriginal, 200u);
+  EXPECT_EQ(info_.RatioPercent, 30u);
+  EXPECT_EQ(info_.VersionMajor, 2u);
+  EXPECT_EQ(info_.VersionMinor, 7u);
+  EXPECT_EQ(info_.DictionaryKiB, 64u);
+}
+
+// ---- statistics -----------------------------------------------------------------------
+
+struct StatsCase {
+  const char* what;
+  std::vector<MemberSpec> members;
+  uint32_t major, minor, dictionary, hostOs, ratio;
+};
+
+class Statistics : public ListTest, public ::testing::WithParamInterface<StatsCase> {};
+
+TEST_P(Statistics, ComeFromTheListedMembers) {
+  const StatsCase& c = GetParam();
+  ArchiveBuilder b;
+  uint64_t packed = 0, original = 0;
+  for (const auto& m : c.members) {
+    b.Member(m);
+    packed += m.packed.size();
+    original += m.originalSize;
+  }
+  b.End();
+  Bind(b.Bytes());
+  ASSERT_EQ(List(&info_), 0);
+  EXPECT_EQ(info_.Size, sizeof(ArchiveInfo));
+  EXPECT_EQ(info_.ArchiveType, 13u);
+  EXPECT_EQ(info_.VersionMajor, c.major);
+  EXPECT_EQ(info_.VersionMinor, c.minor);
+  EXPECT_EQ(info_.DictionaryKiB, c.dictionary);
+  EXPECT_EQ(info_.HostOs, c.hostOs);
+  EXPECT_EQ(info_.MemberCount, c.members.size());
+  EXPECT_EQ(info_.TotalPacked, packed);
+  EXPECT_EQ(info_.TotalOriginal, original);
+  EXPECT_EQ(info_.RatioPercent, c.ratio);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, Statistics,
+    ::testing::Values(
+        // The last lh6/lh7 member decides the dictionary; the highest version wins.
+        StatsCase{"lh5 lh7 lh6", {Sized("a", '5', 10, 10), Sized("b", '7', 10, 10),
+                                  Sized("c", '6', 10, 10)}, 2, 7, 32, 5, 100},
+        StatsCase{"lh6 lh7", {Sized("a", '6', 1, 2), Sized("b", '7', 1, 2)}, 2, 7, 64, 5, 50},
+        StatsCase{"lh1 alone", {Sized("a", '1', 10, 20)}, 1, 3, 8, 5, 50},
+        StatsCase{"lh1 then lh0", {Sized("a", '1', 1, 4), Sized("b", '0', 1, 4)}, 2, 1, 8, 5, 25},
+        StatsCase{"lh6 alone", {Sized("a", '6', 3, 4)}, 2, 6, 32, 5, 75},
+        StatsCase{"ratio 25", {Sized("a", '5', 50, 200)}, 2, 1, 8, 5, 25},
+        StatsCase{"ratio 100 when grown", {Sized("a", '5', 201, 200)}, 2, 1, 8, 5, 100},
+        StatsCase{"ratio truncates", {Sized("a", '5', 2, 3)}, 2, 1, 8, 5, 66},
+        StatsCase{"host of the last member", {Sized("a", '5', 1, 1, 1, 'U'),
+                                              Sized("b", '5', 1, 1, 1, 'M')}, 2, 1, 8, 1, 100},
+        StatsCase{"level 0 host", {Sized("a", '5', 1, 1, 0)}, 2, 1, 8, 1, 100},
+        StatsCase{"unknown method", {Sized("a", 'x', 1, 1)}, 2, 7, 8, 5, 100}),
+    [](const auto& info) {
+      std::string s = info.param.what;
+      for (char& ch : s) {
+        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
+      }
+      return s;
+    });
+
+TEST_F(ListTest, NoOriginalBytesLeaveTheRatioAsTheLibraryFilledIt) {
+  Bind({Sized("empty", '0', 0, 0)});
+  ASSERT_EQ(List(&info_), 0);
+  EXPECT_EQ(info_.TotalOriginal, 0u);
+  EXPECT_EQ(info_.RatioPercent, 0u);
+}
+
+// Level-1 packed sizes include the extended headers, and so do the totals.
+TEST_F(ListTest, Level1TotalsIncludeTheExtendedHeaders) {
+  Bind({MemberSpec{.level = 1, .name = "f", .directory = kztest::Dir("d/"),
+                   .packed = Bytes(10, 1), .originalSize = 10}});
+  ASSERT_EQ(List(&info_), 0);
+  EXPECT_EQ(info_.TotalPacked, 10u + 5u);
+}
+
+// ---- how a walk ends -------------------------------------------------------------------
+
+TEST_F(ListTest, StrayBytesAfterTheLastMemberFailTheListing) {
+  ArchiveBuilder b;
+  b.Stored("a", ToBytes("x")).Stored("b", ToBytes("y")).Raw(Bytes(10, 'Q'));
+  Bind(b.Bytes());
+  const HRESULT hr = List(&info_);
+  EXPECT_LT(hr, 0);
+  EXPECT_EQ(archiver_.Status, hr);
+  EXPECT_EQ(Names(members_.get()), (std::vector<std::wstring>{L"a", L"b"}));
+  EXPECT_TRUE(InfoUntouched());
+  EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
+}
+
+TEST_F(ListTest, AChecksumMismatchEndsTheListingQuietly) {
+  ArchiveBuilder b;
+  b.Stored("a", ToBytes("x")).Member({.level = 1, .name = "b", .checksumDelta = 1});
+  b.Stored("c", ToBytes("z")).End();
+  Bind(b.Bytes());
+  ASSERT_EQ(List(&info_), 0);
+  EXPECT_EQ(Names(members_.get()), std::vector<std::wstring>{L"a"});
+  EXPECT_EQ(info_.MemberCount, 1u);
+}
+
+TEST_F(ListTest, ARefusedHeaderStopsTheWalkWithItsStatus) {
+  ArchiveBuilder b;
+  b.Stored("a", ToBytes("x"), 2);
+  b.Member({.level = 2, .name = "b", .extensions = {kztest::ExtHeader{0x41, {}, 2}}});
+  b.Stored("c", ToBytes("z"), 2).End();
+  Bind(b.Bytes());
+  EXPECT_EQ(List(&info_), kz::ARC_E_BADHEADER);
+  EXPECT_EQ(Names(members_.get()), std::vector<std::wstring>{L"a"});
+  EXPECT_TRUE(InfoUntouched());
+}
+
+TEST_F(ListTest, TheMemberAfterANamelessLevel2HeaderIsListed) {
+  ArchiveBuilder b;
+  b.Member({.level = 2, .packed = Bytes(33, '-')}).Stored("after.txt", ToBytes("x"), 2).End();
+  Bind(b.Bytes());
+  ASSERT_EQ(List(&info_), 0);
+  const auto members = Members(members_.get());
+  ASSERT_FALSE(members.empty());
+  EXPECT_EQ(std::wstring(members.back()->Name), L"after.txt");
+  for (size_t i = 0; i + 1 < members.size(); ++i) EXPECT_EQ(members[i]->Valid, 0u);
+}
+
+TEST_F(ListTest, AnArchiveThatVanishedIsASystemErrorNamingIt) {
+  Bind({Sized("a", '5', 1, 1)});
+  std::filesystem::remove(dir_ / "a.lzh");
+  const HRESULT hr = List(&info_);
+  EXPECT_LT(hr, 0);
+  ASSERT_NE(archiver_.ErrorFileName, nullptr);
+  EXPECT_EQ(std::wstring(archiver_.ErrorFileName), std::wstring(archiver_.ArchivePath.c_str()));
+  EXPECT_EQ(members_.get()->Count, 0u);
+  EXPECT_TRUE(InfoUntouched());
+}
+
+TEST_F(ListTest, ANewArchiveHasNothingToList) {
+  const std::wstring missing = kztest::Wide((dir_ / "new.lzh").string());
+  ASSERT_EQ(archiver_.InitArchive(missing.c_str(), 0, 0), 0);
+  EXPECT_LT(List(&info_), 0);
+  EXPECT_EQ(members_.get()->Count, 0u);
+}
+
+// A list that refuses items stops the walk; the status says why and the
+// statistics are not filled.
+TEST_F(ListTest, AListThatRefusesItemsStopsTheWalk) {
+  Bind({Sized("a", '5', 1, 1), Sized("b", '5', 1, 1)});
+  OwnedList wrongKind(KZ_LIST_NAMES);
+  const HRESULT hr = archiver_.ListArchive(all_.get(), 0, 0, wrongKind.get(), &info_);
+  EXPECT_LT(hr, 0);
+  EXPECT_EQ(archiver_.Status, hr);
+  EXPECT_EQ(wrongKind.get()->Count, 0u);
+  EXPECT_TRUE(InfoUntouched());
+  EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
+}
+
+TEST_F(ListTest, AListingClearsAnEarlierError) {
+  Bind({Sized("a", '5', 1, 1)});
+  archiver_.SetError(kz::ARC_E_NOTSUPPORTED, L"x");
+  EXPECT_EQ(List(&info_), 0);
+  EXPECT_EQ(archiver_.Status, 0);
+}
+
+// Any read of a listing can fail (the library's own reads included): the
+// listing is then either complete or ends with a failure status, never cut
+// short in silence, and the stream is closed.
+TEST_F(ListTest, EveryFailingReadStopsTheListing) {
+  Bind({Sized("a", '5', 3, 3, 1), Sized("b", '5', 3, 3, 2)});
+  kz::fault::Arm(1000000, kz::fault::kRead | kz::fault::kOpen);
+  ASSERT_EQ(List(nullptr), 0);
+  const uint64_t calls = kz::fault::CallsSeen();
+  kz::fault::Disarm();
+  for (uint64_t n = 1; n <= calls; ++n) {
+    SCOPED_TRACE(n);
+    OwnedList list(KZ_LIST_MEMBERS);
+    kz::fault::Arm(n, kz::fault::kRead | kz::fault::kOpen);
+    const HRESULT hr = archiver_.ListArchive(all_.get(), 0, 0, list.get(), nullptr);
+    kz::fault::Disarm();
+    if (hr == 0) {
+      EXPECT_EQ(list.get()->Count, 2u);
+    } else {
+      EXPECT_LT(hr, 0);
+      EXPECT_EQ(archiver_.Status, hr);
+    }
+    EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
+  }
+}
+
+}  // namespace
