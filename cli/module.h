@@ -1,0 +1,34 @@
+// The engine module, opened at run time. Everything platform-specific about
+// loading lives behind this interface (module_posix.cpp here; a Windows
+// port adds module_win32.cpp with LoadLibraryW/GetProcAddress).
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace kzcli {
+
+class DynamicModule {
+ public:
+  // Opens the module at path; on failure returns null and explains why.
+  static std::unique_ptr<DynamicModule> Open(const std::string& path, std::string* error);
+  ~DynamicModule();
+  DynamicModule(const DynamicModule&) = delete;
+  DynamicModule& operator=(const DynamicModule&) = delete;
+
+  // The address of an exported symbol, or null.
+  void* Find(const char* name) const;
+
+ private:
+  explicit DynamicModule(void* handle) : handle_(handle) {}
+  void* handle_;
+};
+
+// The module's file name on this platform ("libKzLha73.so").
+const char* EngineModuleFileName();
+// Directory of the running executable, or empty when it cannot be told.
+std::string ExecutableDirectory();
+// Whether a regular file exists at path.
+bool IsRegularFile(const std::string& path);
+
+}  // namespace kzcli

@@ -1,0 +1,46 @@
+// Helpers for the end-to-end tests of kzlha: running the real binary,
+// walking trees, splitting written archives into member records, and a
+// small JSON reader for --json lines.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace kzclitest {
+
+namespace fs = std::filesystem;
+using kztest::Bytes;
+
+// Runs kzlha with args, in workdir when given.
+kztest::CommandResult Kz(const std::vector<std::string>& args, const std::string& workdir = "");
+
+// Every archive of the shared corpus (README excluded), sorted.
+std::vector<fs::path> SharedArchives();
+
+// Regular files below root (symbolic links not followed), by relative path.
+std::map<std::string, Bytes> RegularFiles(const fs::path& root);
+// Every entry below root (links included, not followed), by relative path.
+std::set<std::string> TreeEntries(const fs::path& root);
+
+// The member records (header and data) of a level-0/1 archive, in order.
+std::vector<Bytes> MemberRecords(const Bytes& archive);
+
+// A flat JSON object: member name -> raw value text (strings unescaped,
+// numbers and literals as written). ok is false for anything malformed.
+struct JsonObject {
+  std::map<std::string, std::string> fields;
+  std::map<std::string, char> kinds;  // 's' string, 'n' number, 'b' bool
+  bool ok = false;
+};
+JsonObject ParseJsonLine(const std::string& line);
+std::vector<std::string> Lines(const std::string& text);
+
+// Sets a file's modification time to Unix seconds.
+void SetModTime(const fs::path& path, int64_t unixSeconds);
+
+}  // namespace kzclitest

@@ -1,0 +1,257 @@
+// kzlha end to end on the shared corpus: list, test, extract and print,
+// with lhasa as the independent oracle for extracted bytes.
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "cli/cli_helpers.h"
+
+namespace kzclitest {
+namespace {
+
+bool Contains(const std::string& haystack, const std::string& needle) {
+  return haystack.find(needle) != std::string::npos;
+}
+
+bool IsTruncated(const fs::path& p) { return p.filename() == "truncated.lzh"; }
+
+// ---- the program itself ---------------------------------------------------
+
+TEST(Program, HelpVersionAndUsageErrors) {
+  auto help = Kz({"--help"});
+  EXPECT_EQ(help.ExitCode, 0);
+  EXPECT_TRUE(Contains(help.Out, "Usage: kzlha"));
+  auto version = Kz({"--version"});
+  EXPECT_EQ(version.ExitCode, 0);
+  EXPECT_TRUE(Contains(version.Out, "reads:  -lh0- -lh1- -lh4- -lh5- -lh6- -lh7-")) << version.Out;
+  EXPECT_TRUE(Contains(version.Out, "writes: -lh5- -lh6- -lh7- -lh0-")) << version.Out;
+  for (const auto& args : std::vector<std::vector<std::string>>{{}, {"k", "a.lzh"}, {"l"}, {"x", "--json", "a"}}) {
+    auto r = Kz(args);
+    EXPECT_EQ(r.ExitCode, 2);
+    EXPECT_TRUE(Contains(r.Err, "Try 'kzlha --help'")) << r.Err;
+    EXPECT_TRUE(r.Out.empty());
+  }
+}
+
+TEST(Program, ArchivesThatCannotBeOpenedExitTwoNamingTheFile) {
+  kztest::TempDir dir;
+  kztest::WriteFile(dir / "notes.txt", std::string(200, 'x'));
+  fs::create_directories(dir / "folder.lzh");
+  struct Case {
+    std::string archive, message;
+  } cases[] = {{"missing.lzh", "missing.lzh: no such file or directory"},
+               {"notes.txt", "notes.txt: not an LHA archive"},
+               {"folder.lzh", "folder.lzh: "}};
+  for (const Case& c : cases) {
+    for (const char* cmd : {"l", "t", "x"}) {
+      auto r = Kz({cmd, c.archive}, dir.path().string());
+      EXPECT_EQ(r.ExitCode, 2) << cmd << " " << c.archive << "\n" << r.Err;
+      EXPECT_TRUE(Contains(r.Err, "kzlha: ")) << r.Err;
+      EXPECT_TRUE(Contains(r.Err, c.message)) << r.Err;
+    }
+  }
+}
+
+TEST(Program, AModuleThatCannotBeLoadedIsNamed) {
+  auto r = Kz({"--module=/nonexistent/libKzLha73.so", "l", kztest::SharedArchive("regression/multiple.lzh")});
+  EXPECT_EQ(r.ExitCode, 2);
+  EXPECT_TRUE(Contains(r.Err, "kzlha: /nonexistent/libKzLha73.so: cannot load")) << r.Err;
+}
+
+// ---- every shared archive -------------------------------------------------
+
+class Corpus : public ::testing::TestWithParam<fs::path> {};
+
+std::string ArchiveName(const ::testing::TestParamInfo<fs::path>& info) {
+  std::string name = info.param.parent_path().filename().string() + "_" + info.param.filename().string();
+  for (char& c : name) {
+    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+  }
+  return name;
+}
+
+TEST_P(Corpus, TestPassesOrFailsNamingTheMember) {
+  auto r = Kz({"t", GetParam().string()});
+  if (!IsTruncated(GetParam())) {
+    EXPECT_EQ(r.ExitCode, 0) << r.Out << r.Err;
+    EXPECT_TRUE(Contains(r.Out, "tested, all OK")) << r.Out;
+    EXPECT_TRUE(r.Err.empty()) << r.Err;
+    return;
+  }
+  EXPECT_EQ(r.ExitCode, 1) << r.Out << r.Err;
+  std::smatch m;
+  EXPECT_TRUE(std::regex_search(r.Out, m, std::regex("gpl-2  [a-zA-Z]"))) << r.Out;
+  EXPECT_FALSE(Contains(r.Out, "gpl-2  OK")) << r.Out;
+  EXPECT_TRUE(Contains(r.Err, "1 of 1 members failed")) << r.Err;
+  // Quiet: the failure alone, naming the member.
+  auto q = Kz({"tq", GetParam().string()});
+  EXPECT_EQ(q.ExitCode, 1);
+  EXPECT_TRUE(q.Out.empty()) << q.Out;
+  EXPECT_TRUE(Contains(q.Err, "kzlha: gpl-2: ")) << q.Err;
+}
+
+// lhasa's listing ends with " Total  N file(s)"; compare the count and names.
+TEST_P(Corpus, ListShowsWhatLhasaShows) {
+  if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa not installed";
+  auto ours = Kz({"l", GetParam().string()});
+  ASSERT_EQ(ours.ExitCode, 0) << ours.Err;
+  auto theirs = kztest::Run({"lhasa", "l", GetParam().string()});
+  std::smatch m;
+  ASSERT_TRUE(std::regex_search(theirs.Out, m, std::regex(R"( Total +(\d+) file)"))) << theirs.Out;
+  const std::string count = m[1];
+  EXPECT_TRUE(std::regex_search(ours.Out, std::regex("Total .* " + count + " members?\n"))) << ours.Out;
+  // Every name lhasa lists (from column 51 on, after its rule of dashes)
+  // shows in ours, links as "name -> target" and directories with '/'.
+  for (const std::string& line : Lines(theirs.Out)) {
+    if (line.size() <= 51 || line[0] == '-' || line[0] == ' ') continue;
+    const std::string name = line.substr(51);
+    if (name.find('?') != std::string::npos) continue;  // lhasa's own escaping
+    EXPECT_TRUE(Contains(ours.Out, " " + name + "\n")) << name << "\n" << ours.Out;
+  }
+}
+
+TEST_P(Corpus, ExtractMatchesLhasaByteForByte) {
+  if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa not installed";
+  const std::string dir = GetParam().parent_path().filename().string();
+  if (dir == "regression" && !Contains("multiple.lzh unixsep.lzh dir.lzh", GetParam().filename().string()))
+    GTEST_SKIP() << "hostile archive: covered by the safety tests";
+  kztest::TempDir ours, theirs;
+  auto r = Kz({"x", "-f", "-w=" + (ours / "out").string(), GetParam().string()});
+  kztest::Run({"lhasa", "xfw=" + (theirs / "out").string(), GetParam().string()});
+  std::map<std::string, Bytes> expected = RegularFiles(theirs / "out");
+  std::map<std::string, Bytes> got = RegularFiles(ours / "out");
+  if (IsTruncated(GetParam())) {
+    EXPECT_EQ(r.ExitCode, 1) << r.Err;
+    EXPECT_TRUE(Contains(r.Err, "gpl-2")) << r.Err;
+    return;
+  }
+  EXPECT_EQ(r.ExitCode, 0) << r.Out << r.Err;
+  EXPECT_FALSE(expected.empty() && got.empty() && !Contains(GetParam().string(), "symlink") &&
+               !Contains(GetParam().string(), "dir"))
+      << "nothing extracted by either tool";
+  for (const auto& [name, bytes] : expected) {
+    auto it = got.find(name);
+    ASSERT_NE(it, got.end()) << name << " missing";
+    EXPECT_TRUE(it->second == bytes) << name << " differs";
+  }
+  for (const auto& [name, bytes] : got) EXPECT_TRUE(expected.count(name)) << name << " extra";
+}
+
+INSTANTIATE_TEST_SUITE_P(Shared, Corpus, ::testing::ValuesIn(SharedArchives()), ArchiveName);
+
+// ---- selection, print, overwrite, paths ----------------------------------
+
+const fs::path Multiple() { return kztest::SharedArchive("regression/multiple.lzh"); }
+
+TEST(Select, WildcardsNamesAndNoMatch) {
+  kztest::TempDir d;
+  auto r = Kz({"xq", "-w=" + (d / "o").string(), Multiple().string(), "file2*", "file4.txt"});
+  EXPECT_EQ(r.ExitCode, 0) << r.Err;
+  std::map<std::string, Bytes> files = RegularFiles(d / "o");
+  EXPECT_EQ(files.size(), 3u);
+  EXPECT_TRUE(files.count("file2-1.txt") && files.count("file2-2.txt") && files.count("file4.txt"));
+  auto none = Kz({"t", Multiple().string(), "nothing*", "file1.txt"});
+  EXPECT_EQ(none.ExitCode, 1);
+  EXPECT_TRUE(Contains(none.Err, "kzlha: nothing*: no member matches")) << none.Err;
+  EXPECT_TRUE(Contains(none.Out, "file1.txt  OK")) << none.Out;
+  EXPECT_FALSE(Contains(none.Out, "file3.txt")) << none.Out;
+}
+
+TEST(Select, DirectoryNameSelectsItsSubtree) {
+  kztest::TempDir d;
+  auto r = Kz({"x", "-w=" + d.path().string(), kztest::SharedArchive("lha_unix114i/h2_subdir.lzh").string(), "subdir"});
+  EXPECT_EQ(r.ExitCode, 0) << r.Err;
+  EXPECT_TRUE(fs::exists(d / "subdir/subdir2/hello.txt"));
+}
+
+TEST(Print, MembersGoToStandardOutputWithBannersUnlessQuiet) {
+  auto q = Kz({"pq", Multiple().string(), "file1.txt", "file3.txt"});
+  EXPECT_EQ(q.ExitCode, 0) << q.Err;
+  EXPECT_EQ(q.Out, "first file\nthird file\n");
+  auto banner = Kz({"p", Multiple().string(), "file1.txt"});
+  EXPECT_EQ(banner.Out, "::::::::\nfile1.txt\n::::::::\nfirst file\n");
+  if (kztest::HaveTool("lhasa")) {
+    EXPECT_EQ(Kz({"pq", kztest::SharedArchive("lha_unix114i/lh7_long.lzh").string()}).Out,
+              kztest::Run({"lhasa", "pq", kztest::SharedArchive("lha_unix114i/lh7_long.lzh").string()}).Out);
+  }
+}
+
+TEST(Overwrite, ExistingFilesAreSkippedWithANoteUnlessForced) {
+  kztest::TempDir d;
+  const std::string out = "-w=" + (d / "o").string();
+  ASSERT_EQ(Kz({"x", out, Multiple().string()}).ExitCode, 0);
+  kztest::WriteFile(d / "o/file1.txt", std::string("mine"));
+  auto skip = Kz({"x", out, Multiple().string(), "file1.txt"});
+  EXPECT_EQ(skip.ExitCode, 0) << skip.Err;
+  EXPECT_TRUE(Contains(skip.Err, "file1.txt: exists; skipped")) << skip.Err;
+  EXPECT_TRUE(Contains(skip.Out, "0 of 1 member extracted")) << skip.Out;
+  EXPECT_EQ(kztest::ReadFile(d / "o/file1.txt"), kztest::ToBytes("mine"));
+  auto force = Kz({"xf", out, Multiple().string(), "file1.txt"});
+  EXPECT_EQ(force.ExitCode, 0) << force.Err;
+  EXPECT_TRUE(force.Err.empty()) << force.Err;
+  EXPECT_EQ(kztest::ReadFile(d / "o/file1.txt"), kztest::ToBytes("first file\n"));
+}
+
+TEST(Paths, IgnorePathsDropsTheDirectories) {
+  kztest::TempDir d;
+  auto r = Kz({"xi", "-w=" + d.path().string(), kztest::SharedArchive("regression/unixsep.lzh").string()});
+  EXPECT_EQ(r.ExitCode, 0) << r.Err;
+  EXPECT_TRUE(fs::exists(d / "hello.txt"));
+  EXPECT_FALSE(fs::exists(d / "subdir"));
+}
+
+// ---- JSON -----------------------------------------------------------------
+
+TEST(Json, MembersAndTotalsOfAKnownArchive) {
+  auto r = Kz({"l", "--json", Multiple().string()});
+  ASSERT_EQ(r.ExitCode, 0) << r.Err;
+  const std::vector<std::string> lines = Lines(r.Out);
+  ASSERT_EQ(lines.size(), 6u) << r.Out;
+  const char* const names[] = {"file1.txt", "file2-1.txt", "file2-2.txt", "file3.txt", "file4.txt"};
+  const char* const crcs[] = {"3245", "59f1", "39a9", "7225", "abbe"};
+  const std::vector<std::string> memberKeys = {"attributes", "crc",        "directory", "kind",
+                                               "level",      "method",     "mtime",     "mtime_unix",
+                                               "name",       "original",   "os",        "os_name",
+                                               "packed"};
+  for (size_t i = 0; i < 5; ++i) {
+    JsonObject o = ParseJsonLine(lines[i]);
+    ASSERT_TRUE(o.ok) << lines[i];
+    std::vector<std::string> keys;
+    for (const auto& kv : o.fields) keys.push_back(kv.first);
+    EXPECT_EQ(keys, memberKeys) << lines[i];
+    EXPECT_EQ(o.fields["kind"], "member");
+    EXPECT_EQ(o.fields["name"], names[i]);
+    EXPECT_EQ(o.fields["crc"], crcs[i]);
+    EXPECT_EQ(o.fields["method"], "-lh0-");
+    EXPECT_EQ(o.fields["packed"], o.fields["original"]);
+    EXPECT_EQ(o.kinds["packed"], 'n');
+    EXPECT_EQ(o.kinds["directory"], 'b');
+    EXPECT_TRUE(std::regex_match(o.fields["mtime"], std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
+  }
+  JsonObject t = ParseJsonLine(lines[5]);
+  ASSERT_TRUE(t.ok) << lines[5];
+  EXPECT_EQ(t.fields["kind"], "totals");
+  EXPECT_EQ(t.fields["members"], "5");
+  EXPECT_EQ(t.fields["packed"], "64");
+  EXPECT_EQ(t.fields["original"], "64");
+  EXPECT_EQ(t.fields["ratio_percent"], "100");
+  // Stable: the same bytes every time.
+  EXPECT_EQ(Kz({"l", "--json", Multiple().string()}).Out, r.Out);
+  EXPECT_EQ(Kz({"v", "--json", Multiple().string()}).Out, r.Out);
+}
+
+TEST(Json, EveryArchiveGivesParseableLines) {
+  for (const fs::path& archive : SharedArchives()) {
+    auto r = Kz({"l", "--json", archive.string()});
+    EXPECT_EQ(r.ExitCode, 0) << archive << r.Err;
+    const std::vector<std::string> lines = Lines(r.Out);
+    ASSERT_FALSE(lines.empty()) << archive;
+    for (const std::string& line : lines) EXPECT_TRUE(ParseJsonLine(line).ok) << archive << ": " << line;
+    JsonObject totals = ParseJsonLine(lines.back());
+    EXPECT_EQ(totals.fields["kind"], "totals");
+    EXPECT_EQ(totals.fields["members"], std::to_string(lines.size() - 1)) << archive;
+  }
+}
+
+}  // namespace
+}  // namespace kzclitest

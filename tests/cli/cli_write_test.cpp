@@ -1,0 +1,237 @@
+// kzlha a, c, u, m and d end to end: archives it writes are read back by
+// lhasa, and failures leave the old archive exactly as it was.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include "cli/cli_helpers.h"
+
+namespace kzclitest {
+namespace {
+
+bool Contains(const std::string& haystack, const std::string& needle) {
+  return haystack.find(needle) != std::string::npos;
+}
+
+// A small tree with compressible text, incompressible bytes, an empty file
+// and a subdirectory.
+void MakeTree(const fs::path& root) {
+  kztest::WriteFile(root / "text.txt", kztest::TextBytes(120000, 1));
+  kztest::WriteFile(root / "random.bin", kztest::RandomBytes(30000, 2));
+  kztest::WriteFile(root / "empty.txt", kztest::Bytes{});
+  kztest::WriteFile(root / "sub/inner.txt", kztest::TextBytes(5000, 3));
+  kztest::WriteFile(root / "sub/deeper/last.c", kztest::TextBytes(777, 4));
+}
+
+std::map<std::string, Bytes> LhasaExtract(const fs::path& archive, const fs::path& out) {
+  kztest::Run({"lhasa", "xqfw=" + out.string(), archive.string()});
+  return RegularFiles(out);
+}
+
+std::map<std::string, std::string> MethodsByName(const fs::path& archive) {
+  std::map<std::string, std::string> out;
+  for (const std::string& line : Lines(Kz({"l", "--json", archive.string()}).Out)) {
+    JsonObject o = ParseJsonLine(line);
+    if (o.fields["kind"] == "member") out[o.fields["name"]] = o.fields["method"];
+  }
+  return out;
+}
+
+// The only files in dir, so nothing temporary stays behind.
+std::set<std::string> DirectoryNames(const fs::path& dir) {
+  std::set<std::string> out;
+  for (const auto& e : fs::directory_iterator(dir)) out.insert(e.path().filename().string());
+  return out;
+}
+
+struct MethodCase {
+  std::string option;
+  std::string textMethod;
+};
+
+class CreateWith : public ::testing::TestWithParam<MethodCase> {};
+
+TEST_P(CreateWith, LhasaReadsBackEveryFile) {
+  if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa not installed";
+  kztest::TempDir d;
+  MakeTree(d / "src");
+  std::vector<std::string> args = {"cq"};
+  if (!GetParam().option.empty()) args.push_back(GetParam().option);
+  for (const char* a : {"../a.lzh", "text.txt", "random.bin", "empty.txt", "sub"}) args.push_back(a);
+  auto r = Kz(args, (d / "src").string());
+  ASSERT_EQ(r.ExitCode, 0) << r.Err;
+  EXPECT_EQ(kztest::Run({"lhasa", "t", (d / "a.lzh").string()}).ExitCode, 0);
+  EXPECT_EQ(LhasaExtract(d / "a.lzh", d / "out"), RegularFiles(d / "src"));
+  std::map<std::string, std::string> methods = MethodsByName(d / "a.lzh");
+  EXPECT_EQ(methods["text.txt"], GetParam().textMethod);
+  EXPECT_EQ(methods["random.bin"], "-lh0-");  // compression does not pay
+  EXPECT_EQ(methods["empty.txt"], "-lh0-");
+  EXPECT_EQ(methods["sub/deeper/last.c"], GetParam().textMethod);
+}
+
+INSTANTIATE_TEST_SUITE_P(Methods, CreateWith,
+                         ::testing::Values(MethodCase{"", "-lh5-"}, MethodCase{"-o5", "-lh5-"},
+                                           MethodCase{"-o6", "-lh6-"}, MethodCase{"--method=lh7", "-lh7-"},
+                                           MethodCase{"-z", "-lh0-"}, MethodCase{"-l1", "-lh5-"},
+                                           MethodCase{"-l4", "-lh5-"}),
+                         [](const auto& info) { return "case" + std::to_string(info.index); });
+
+TEST(Create, GluedFormWithAHeaderLevelNote) {
+  kztest::TempDir d;
+  MakeTree(d.path());
+  auto two = Kz({"c2o6", "x.lzh", "text.txt"}, d.path().string());
+  EXPECT_EQ(two.ExitCode, 0) << two.Err;
+  EXPECT_TRUE(Contains(two.Err, "note: header level 2 requested; kzlha writes level-1 headers")) << two.Err;
+  auto json = Kz({"v", "--json", (d / "x.lzh").string()});
+  EXPECT_TRUE(Contains(json.Out, "\"method\":\"-lh6-\"")) << json.Out;
+  EXPECT_TRUE(Contains(json.Out, "\"level\":1")) << json.Out;
+  auto one = Kz({"a1q", "x.lzh", "empty.txt"}, d.path().string());
+  EXPECT_EQ(one.ExitCode, 0);
+  EXPECT_TRUE(one.Err.empty()) << one.Err;
+}
+
+TEST(Create, JapaneseNamesRoundTripInCodePage932) {
+  kztest::TempDir d;
+  const std::string name = "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E.txt";  // 日本語.txt
+  kztest::WriteFile(d / "src" / name, kztest::TextBytes(3000, 9));
+  auto r = Kz({"c", "--code-page=932", "../j.lzh", name}, (d / "src").string());
+  ASSERT_EQ(r.ExitCode, 0) << r.Err;
+  // The header holds the Shift_JIS bytes of the name.
+  const Bytes archive = kztest::ReadFile(d / "j.lzh");
+  const Bytes sjis = {0x93, 0xFA, 0x96, 0x7B, 0x8C, 0xEA, '.', 't', 'x', 't'};
+  EXPECT_NE(std::search(archive.begin(), archive.end(), sjis.begin(), sjis.end()), archive.end());
+  EXPECT_TRUE(Contains(Kz({"l", (d / "j.lzh").string()}).Out, " " + name + "\n"));
+  auto x = Kz({"x", "-w=" + (d / "out").string(), (d / "j.lzh").string()});
+  EXPECT_EQ(x.ExitCode, 0) << x.Err;
+  EXPECT_EQ(RegularFiles(d / "out"), RegularFiles(d / "src"));
+}
+
+TEST(Update, ReplacesOnlyNewerFiles) {
+  kztest::TempDir d;
+  const int64_t t0 = 1577836800;  // 2020-01-01
+  kztest::WriteFile(d / "a.txt", std::string("a, first"));
+  kztest::WriteFile(d / "b.txt", std::string("b, first"));
+  SetModTime(d / "a.txt", t0);
+  SetModTime(d / "b.txt", t0);
+  ASSERT_EQ(Kz({"cq", "u.lzh", "a.txt", "b.txt"}, d.path().string()).ExitCode, 0);
+  kztest::WriteFile(d / "a.txt", std::string("a, second"));
+  kztest::WriteFile(d / "b.txt", std::string("b, second"));
+  kztest::WriteFile(d / "c.txt", std::string("c, new"));
+  SetModTime(d / "a.txt", t0 + 86400);
+  SetModTime(d / "b.txt", t0 - 86400);
+  auto r = Kz({"u", "u.lzh", "a.txt", "b.txt", "c.txt"}, d.path().string());
+  EXPECT_EQ(r.ExitCode, 0) << r.Err;
+  EXPECT_EQ(Kz({"pq", (d / "u.lzh").string(), "a.txt"}).Out, "a, second");
+  EXPECT_EQ(Kz({"pq", (d / "u.lzh").string(), "b.txt"}).Out, "b, first");
+  EXPECT_EQ(Kz({"pq", (d / "u.lzh").string(), "c.txt"}).Out, "c, new");
+}
+
+TEST(Add, ReplacesAndExcludes) {
+  kztest::TempDir d;
+  kztest::WriteFile(d / "keep.txt", std::string("keep"));
+  kztest::WriteFile(d / "skip.tmp", std::string("temporary"));
+  ASSERT_EQ(Kz({"a", "-x=*.tmp", "r.lzh", "keep.txt", "skip.tmp"}, d.path().string()).ExitCode, 0);
+  std::map<std::string, std::string> methods = MethodsByName(d / "r.lzh");
+  EXPECT_EQ(methods.size(), 1u);
+  EXPECT_TRUE(methods.count("keep.txt"));
+  kztest::WriteFile(d / "keep.txt", std::string("changed"));
+  ASSERT_EQ(Kz({"aq", "r.lzh", "keep.txt"}, d.path().string()).ExitCode, 0);
+  EXPECT_EQ(MethodsByName(d / "r.lzh").size(), 1u);
+  EXPECT_EQ(Kz({"pq", (d / "r.lzh").string(), "keep.txt"}).Out, "changed");
+}
+
+TEST(Delete, RemovesMembersAndKeepsTheOthersByteForByte) {
+  kztest::TempDir d;
+  MakeTree(d.path());
+  ASSERT_EQ(Kz({"cq", "d.lzh", "text.txt", "random.bin", "sub"}, d.path().string()).ExitCode, 0);
+  const std::vector<Bytes> before = MemberRecords(kztest::ReadFile(d / "d.lzh"));
+  ASSERT_EQ(before.size(), 4u);
+  auto r = Kz({"d", (d / "d.lzh").string(), "random.bin", "sub/deeper"});
+  EXPECT_EQ(r.ExitCode, 0) << r.Err;
+  EXPECT_TRUE(Contains(r.Out, "2 members deleted")) << r.Out;
+  const std::vector<Bytes> after = MemberRecords(kztest::ReadFile(d / "d.lzh"));
+  ASSERT_EQ(after.size(), 2u);
+  EXPECT_TRUE(after[0] == before[0]);  // text.txt
+  EXPECT_TRUE(after[1] == before[2]);  // sub/inner.txt
+  if (kztest::HaveTool("lhasa")) {
+    EXPECT_EQ(kztest::Run({"lhasa", "t", (d / "d.lzh").string()}).ExitCode, 0);
+  }
+  auto none = Kz({"d", (d / "d.lzh").string(), "nothing.here"});
+  EXPECT_EQ(none.ExitCode, 1);
+  EXPECT_TRUE(Contains(none.Err, "nothing.here: no member matches")) << none.Err;
+  EXPECT_EQ(MemberRecords(kztest::ReadFile(d / "d.lzh")).size(), 2u);
+}
+
+TEST(Delete, DeletingEveryMemberRemovesTheArchive) {
+  kztest::TempDir d;
+  kztest::WriteFile(d / "only.txt", std::string("only"));
+  ASSERT_EQ(Kz({"cq", "e.lzh", "only.txt"}, d.path().string()).ExitCode, 0);
+  auto r = Kz({"d", "e.lzh", "*"}, d.path().string());
+  EXPECT_EQ(r.ExitCode, 0) << r.Err;
+  EXPECT_TRUE(Contains(r.Err, "kzlha: e.lzh: all members deleted; archive removed")) << r.Err;
+  EXPECT_FALSE(fs::exists(d / "e.lzh"));
+}
+
+TEST(Move, SourcesGoOnlyAfterSuccess) {
+  kztest::TempDir d;
+  MakeTree(d / "src");
+  const std::map<std::string, Bytes> original = RegularFiles(d / "src");
+  auto r = Kz({"m", "../m.lzh", "text.txt", "sub"}, (d / "src").string());
+  ASSERT_EQ(r.ExitCode, 0) << r.Err;
+  EXPECT_FALSE(fs::exists(d / "src/text.txt"));
+  EXPECT_FALSE(fs::exists(d / "src/sub/inner.txt"));
+  EXPECT_TRUE(fs::exists(d / "src/random.bin"));
+  ASSERT_EQ(Kz({"xq", "-w=" + (d / "out").string(), (d / "m.lzh").string()}).ExitCode, 0);
+  const std::map<std::string, Bytes> got = RegularFiles(d / "out");
+  EXPECT_EQ(got.size(), 3u);
+  for (const auto& [name, bytes] : got) EXPECT_TRUE(original.at(name) == bytes) << name;
+
+  // A move that fails moves nothing.
+  kztest::WriteFile(d / "src/stay.txt", std::string("stay"));
+  const Bytes archiveBefore = kztest::ReadFile(d / "m.lzh");
+  auto failed = Kz({"m", "../m.lzh", "stay.txt", "vanished.txt"}, (d / "src").string());
+  EXPECT_EQ(failed.ExitCode, 1) << failed.Err;
+  EXPECT_TRUE(Contains(failed.Err, "vanished.txt")) << failed.Err;
+  EXPECT_TRUE(fs::exists(d / "src/stay.txt"));
+  EXPECT_TRUE(kztest::ReadFile(d / "m.lzh") == archiveBefore);
+}
+
+TEST(FailedAdd, LeavesTheOldArchiveAndNoTemporaryFile) {
+  kztest::TempDir d;
+  fs::create_directories(d / "arc");
+  kztest::WriteFile(d / "one.txt", kztest::TextBytes(4000, 5));
+  kztest::WriteFile(d / "two.txt", kztest::TextBytes(4000, 6));
+  ASSERT_EQ(Kz({"cq", "arc/f.lzh", "one.txt"}, d.path().string()).ExitCode, 0);
+  const Bytes before = kztest::ReadFile(d / "arc/f.lzh");
+  const std::set<std::string> entries = DirectoryNames(d / "arc");
+  auto r = Kz({"a", "arc/f.lzh", "two.txt", "gone.txt"}, d.path().string());
+  EXPECT_EQ(r.ExitCode, 1);
+  EXPECT_TRUE(Contains(r.Err, "kzlha: ")) << r.Err;
+  EXPECT_TRUE(Contains(r.Err, "gone.txt")) << r.Err;
+  EXPECT_TRUE(kztest::ReadFile(d / "arc/f.lzh") == before);
+  EXPECT_EQ(DirectoryNames(d / "arc"), entries);
+  // Creating anew fails the same way and leaves no archive at all.
+  auto c = Kz({"c", "arc/new.lzh", "gone.txt"}, d.path().string());
+  EXPECT_EQ(c.ExitCode, 1);
+  EXPECT_EQ(DirectoryNames(d / "arc"), entries);
+}
+
+TEST(FailedAdd, ReadOnlyDestinationDirectory) {
+  if (geteuid() == 0) GTEST_SKIP() << "root writes into read-only directories";
+  kztest::TempDir d;
+  fs::create_directories(d / "arc");
+  kztest::WriteFile(d / "one.txt", std::string("one"));
+  kztest::WriteFile(d / "two.txt", std::string("two"));
+  ASSERT_EQ(Kz({"cq", "arc/f.lzh", "one.txt"}, d.path().string()).ExitCode, 0);
+  const Bytes before = kztest::ReadFile(d / "arc/f.lzh");
+  fs::permissions(d / "arc", fs::perms::owner_read | fs::perms::owner_exec);
+  auto r = Kz({"a", "arc/f.lzh", "two.txt"}, d.path().string());
+  fs::permissions(d / "arc", fs::perms::owner_all);
+  EXPECT_EQ(r.ExitCode, 1);
+  EXPECT_TRUE(Contains(r.Err, "permission denied")) << r.Err;
+  EXPECT_TRUE(kztest::ReadFile(d / "arc/f.lzh") == before);
+  EXPECT_EQ(DirectoryNames(d / "arc"), std::set<std::string>{"f.lzh"});
+}
+
+}  // namespace
+}  // namespace kzclitest
