@@ -40,13 +40,34 @@ struct KzArchiver::Impl {
   const LhaHeader* CurrentItem = nullptr;
   HRESULT StatusAtItemStart = 0;
   bool ItemCreated = false;
+  std::wstring MemberName;          // the member being handled, for messages
+  bool NameDropped = false;         // its name lost unsafe parts on the way to a path
+  HRESULT FirstFailure = 0;         // first member that failed while the run went on
+  std::wstring FirstFailureName;
+  struct DirectoryTime {
+    std::wstring Path;
+    int64_t ModTime;
+  };
+  std::vector<DirectoryTime> DirectoryTimes;  // set once their contents are written
 
   // Progress.
   uint64_t TotalSize = 0;
   uint64_t DoneBeforeItem = 0;
+  uint64_t ItemSize = 0;            // the source being added, counted when it ends
   std::wstring CurrentName;
   std::wstring ProgressName;
 
   // Update.
   std::vector<std::wstring> AddedSources;  // for KZ_ADD_MOVE
+  std::wstring ArchiveTempPath;     // the new archive until it replaces the old one
+  bool ArchiveKnown = false;        // identity of the archive file, so that it is
+  uint64_t ArchiveVolume = 0;       // never added to itself
+  uint64_t ArchiveFileIndex = 0;
+  bool ItemAccepted = false;        // the current source is a file that gets compressed
+};
+
+// Reaches an archiver's private part from the library's own operations
+// (extract_ops.cpp, update_ops.cpp) and from their tests.
+struct KzArchiverAccess {
+  static KzArchiver::Impl& ImplOf(KzArchiver& a) { return *a.impl_; }
 };
