@@ -100,6 +100,16 @@ bool ExtendedAreaSumMatches(KzArchiver& a, const uint8_t* fixed, uint32_t sumToC
   return static_cast<uint8_t>(sumToCrc + ByteSum(extra, got)) == fixed[1];
 }
 
+// Some writers (Amiga LhA among them) leave the separator off the end of a
+// directory extension; its last component is a directory all the same, so
+// it is terminated here rather than dropped as a file name would be.
+void TerminateDirectory(wchar_t* directory) {
+  const size_t length = wcslen(directory);
+  if (length == 0 || length >= kTextCapacity || directory[length - 1] == L'\\') return;
+  directory[length] = L'\\';
+  directory[length + 1] = L'\0';
+}
+
 }  // namespace
 
 uint8_t KzLhaArchiver::ReadHeaderByte() {
@@ -183,6 +193,7 @@ int32_t KzLhaArchiver::ReadHeaderLevel01(uint64_t headerPos, LhaHeader& record) 
 
   wchar_t wideDirectory[kNameCapacity] = {};
   ConvertHeaderName(directory, wideDirectory, kTextCapacity);
+  TerminateDirectory(wideDirectory);
   // Without a directory left after removing its last component the base
   // name stays as it is.
   if (wideDirectory[0] != L'\0') AssembleMemberName(wideDirectory, record.Name, record.Name);
@@ -222,9 +233,10 @@ int32_t KzLhaArchiver::ReadHeaderLevel2(uint64_t headerPos, LhaHeader& record) {
   wchar_t wideDirectory[kNameCapacity] = {};
   ConvertExtendedName(fileName, wideName, kTextCapacity);
   ConvertExtendedName(directory, wideDirectory, kTextCapacity);
-  // A directory of one component without a separator ("docs") leaves
-  // nothing once its last component goes; the file name alone is kept then,
-  // as the level-1 reader keeps its base name, rather than losing the member.
+  TerminateDirectory(wideDirectory);
+  // Should removing the directory's last component leave nothing, the file
+  // name alone is kept, as the level-1 reader keeps its base name, rather
+  // than losing the member.
   if (wideDirectory[0] == L'\0' || !AssembleMemberName(wideDirectory, wideName, record.Name)) {
     wcsncpy(record.Name, wideName, kTextCapacity);
     record.Name[kTextCapacity] = L'\0';

@@ -309,10 +309,9 @@ INSTANTIATE_TEST_SUITE_P(
         NameCase{"level0 slashes", 0, "dir/sub/file.txt", "", L"dir\\sub\\file.txt", 1},
         NameCase{"level1 directory replaces the path", 1, "dir\\file.txt", Dir("a/b/"),
                  L"a\\b\\file.txt", 1},
-        NameCase{"level1 last component without separator goes", 1, "f.txt", Dir("a/b"),
-                 L"a\\f.txt", 1},
-        NameCase{"level1 single component keeps the base name", 1, "dir\\f.txt", "a",
-                 L"dir\\f.txt", 1},
+        // Directories written without a final separator keep their last part.
+        NameCase{"level1 unterminated directory", 1, "f.txt", Dir("a/b"), L"a\\b\\f.txt", 1},
+        NameCase{"level1 single unterminated component", 1, "dir\\f.txt", "a", L"a\\f.txt", 1},
         NameCase{"level1 leading separator", 1, "f.txt", Dir("/tmp/"), L"tmp\\f.txt", 1},
         NameCase{"level1 directory entry", 1, "", Dir("subdir/"), L"subdir", 1},
         NameCase{"level2 directory and name", 2, "x.txt", Dir("docs/"), L"docs\\x.txt", 1},
@@ -322,10 +321,11 @@ INSTANTIATE_TEST_SUITE_P(
         NameCase{"level2 nested", 2, "x.txt", Dir("a/b/c/"), L"a\\b\\c\\x.txt", 1},
         NameCase{"level2 separator in the name", 2, Dir("sub/x.txt"), Dir("docs/"),
                  L"docs\\x.txt", 1},
-        // One component with no separator: the file is kept under its own name.
-        NameCase{"level2 single component falls back to the name", 2, "x.txt", "docs",
-                 L"x.txt", 1},
-        NameCase{"level2 single component and no name", 2, "", "docs", L"", 0},
+        NameCase{"level2 unterminated directory", 2, "x.txt", Dir("a/b"), L"a\\b\\x.txt", 1},
+        NameCase{"level2 single unterminated component", 2, "x.txt", "docs", L"docs\\x.txt", 1},
+        NameCase{"level2 single unterminated component alone", 2, "", "docs", L"docs", 1},
+        // Nothing left of the directory: the file keeps its own name.
+        NameCase{"level2 root directory only", 2, "x.txt", Dir("/"), L"x.txt", 1},
         NameCase{"level2 symlink split by its writer", 2, "path", Dir("sub/link|/abs/"),
                  L"sub\\link|\\abs\\path", 1}),
     [](const auto& info) {
