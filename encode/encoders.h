@@ -1,6 +1,10 @@
 // The three encoders the archiver embeds by value: one LZ77 + static-Huffman
-// algorithm (encoder.cpp, a template over EncoderParams) with the -lh5-,
-// -lh6- and -lh7- parameter sets.
+// algorithm, written once as EncoderCore<P> over the -lh5-, -lh6- and -lh7-
+// parameter sets so that each variant runs with its constants folded in.
+//
+// Files: encoder.cpp (frame, input, bit output), match_search.cpp,
+// huffman_tree.cpp, block_output.cpp; the buffers are the archiver's
+// (encode_buffers.cpp).
 #pragma once
 
 #include <cstdint>
@@ -12,20 +16,38 @@ class KzArchiver;
 namespace kz {
 
 struct EncoderParams {
-  uint32_t Method;      // 5, 6, 7
-  uint32_t DictBits;    // 13, 15, 16
-  uint32_t DictSize;    // 2^DictBits
-  uint32_t HashBuckets; // 8192, 32768, 65536
-  uint32_t HashShift;   // 5, 5, 6
-  uint32_t NP;          // 14, 16, 17
-  uint32_t PBIT;        // 4, 5, 5
+  uint32_t Method;       // 5, 6, 7
+  uint32_t DictBits;     // 13, 15, 16
+  uint32_t DictSize;     // 2^DictBits
+  uint32_t HashBuckets;  // 8192, 32768, 65536
+  uint32_t HashShift;    // 5, 5, 6
+  uint32_t NP;           // 14, 16, 17
+  uint32_t PBIT;         // 4, 5, 5
 };
 
 inline constexpr EncoderParams kLh5EncParams{5, 13, 8192, 8192, 5, 14, 4};
 inline constexpr EncoderParams kLh6EncParams{6, 15, 32768, 32768, 5, 16, 5};
 inline constexpr EncoderParams kLh7EncParams{7, 16, 65536, 65536, 6, 17, 5};
 
-// Fields common to the three encoders (the arrays sized for the largest NP).
+// Sizes shared by the three encoders and by the archiver's buffer set-up.
+inline constexpr uint32_t NC = 510;
+inline constexpr uint32_t NT = 19;
+inline constexpr uint32_t TBIT = 5;
+inline constexpr uint32_t CBIT = 9;
+inline constexpr int32_t MaxMatch = 256;
+inline constexpr int32_t MinMatch = 3;
+inline constexpr uint32_t kBlockBufferBytes = 40960;
+inline constexpr uint32_t kOutputBufferBytes = 16384;
+inline constexpr uint32_t kHashHeadBytes = 65536 * 4;
+inline constexpr uint32_t kHashChainBytes = 65536 * 4;
+// Two windows of the largest dictionary, plus the bytes into which the
+// search may look beyond the filled part.
+inline constexpr uint32_t kLookAheadBytes = 300;
+inline constexpr uint32_t kTextBytes = 2 * 65536 + kLookAheadBytes;
+inline constexpr uint32_t kCrowdedBytes = 65536;
+
+// State and the parameter-free steps common to the three encoders. The
+// position-code arrays are sized for the largest NP.
 class EncoderBase : public KzCompressor {
  public:
   explicit EncoderBase(KzArchiver* owner) : KzCompressor(owner) {}
@@ -34,31 +56,79 @@ class EncoderBase : public KzCompressor {
   void ApplyLevel();
 
  protected:
-  template <const EncoderParams& P>
-  friend class EncoderImpl;
   friend struct EncoderTestAccess;
 
+  // ---- bit output (encoder.cpp) -----------------------------------------
+  // Appends the low n bits of value (value < 2^n, n <= 16), most significant
+  // first. Bits gather in a 64-bit accumulator and leave four bytes at a
+  // time; SyncBits hands every complete byte to the output buffer, so that
+  // after it the buffer and the writes stand exactly where a byte-at-a-time
+  // writer would have put them.
+  void PutBits(uint32_t n, uint32_t value) {
+    BitAcc = (BitAcc << n) | value;
+    BitCount += n;
+    if (BitCount >= 32) DrainWord();
+  }
+  void DrainWord() {
+    BitCount -= 32;
+    const uint32_t w = static_cast<uint32_t>(BitAcc >> BitCount);
+    if (OutputCount + 4 <= kOutputBufferBytes) {
+      uint8_t* o = OutputBuffer + OutputCount;
+      o[0] = static_cast<uint8_t>(w >> 24);
+      o[1] = static_cast<uint8_t>(w >> 16);
+      o[2] = static_cast<uint8_t>(w >> 8);
+      o[3] = static_cast<uint8_t>(w);
+      OutputCount += 4;
+    } else {
+      EmitByte(static_cast<uint8_t>(w >> 24));
+      EmitByte(static_cast<uint8_t>(w >> 16));
+      EmitByte(static_cast<uint8_t>(w >> 8));
+      EmitByte(static_cast<uint8_t>(w));
+    }
+  }
+  void SyncBits();
+  void EmitByte(uint8_t byte);
+  void FlushOutput(uint8_t pendingByte, uint32_t pendingCount);
+  void FinishOutput();
+  // Source bytes into buffer, with CRC and progress; 0 at the end or on failure.
+  uint32_t ReadInput(uint8_t* buffer, uint32_t length);
+  // Adds written bytes to PackedSize and raises StoreFallback past the source size.
+  void CountPacked(uint32_t written);
+  void ResetFrame();
+
+  // ---- Huffman codes (huffman_tree.cpp) ------------------------------------
+  int16_t MakeTree(int32_t n, uint16_t* freq, uint8_t* len, uint16_t* code);
+  void DownHeap(int32_t i);
+  void CountLengths(int32_t node, int32_t depth);
+  void MakeLengths(int32_t root);
+  void MakeCodes(int32_t n, const uint8_t* len, uint16_t* code);
+
+  // ---- block tables (block_output.cpp) ------------------------------------
+  void CountAuxFreq();
+  void WriteAuxLengths(int32_t n, uint32_t countBits, int32_t skipIndex);
+  void WriteCharLengths();
+  void WriteCodes(uint32_t size);
+
   // Bit writer.
-  uint32_t PendingBits = 0;
-  int32_t FreeBits = 8;
+  uint64_t BitAcc = 0;
+  uint32_t BitCount = 0;
   uint8_t* OutputBuffer = nullptr;
   uint32_t OutputCount = 0;
   // Huffman work fields.
-  uint16_t Left[1019]{};
-  uint16_t Right[1019]{};
-  uint8_t CharLen[510]{};
-  uint8_t AuxLen[19]{};
-  uint16_t CharFreq[1019]{};
-  uint16_t CharCode[510]{};
+  uint16_t Left[2 * NC - 1]{};
+  uint16_t Right[2 * NC - 1]{};
+  uint8_t CharLen[NC]{};
+  uint8_t AuxLen[NT]{};
+  uint16_t CharFreq[2 * NC - 1]{};
+  uint16_t CharCode[NC]{};
   uint16_t PosFreq[33]{};
-  uint16_t AuxCode[19]{};
-  uint16_t AuxFreq[37]{};
+  uint16_t AuxCode[NT]{};
+  uint16_t AuxFreq[2 * NT - 1]{};
   int32_t HeapSize = 0;
   int32_t TreeSymbols = 0;
-  int16_t Heap[511]{};
+  int16_t Heap[NC + 1]{};
   uint16_t* TreeFreq = nullptr;
   uint8_t* TreeLen = nullptr;
-  uint16_t* TreeCode = nullptr;
   uint16_t* CodeCursor = nullptr;
   uint16_t LenCount[17]{};
   // Block collection.
@@ -67,7 +137,7 @@ class EncoderBase : public KzCompressor {
   uint32_t FlagPos = 0;
   uint8_t* BlockBuffer = nullptr;
   uint32_t BlockBufferSize = 0;
-  // Match search.
+  // Match search. Level 2's limits until a level says otherwise.
   uint32_t* HashHead = nullptr;
   uint32_t* HashPrev = nullptr;
   uint8_t* Text = nullptr;
@@ -83,22 +153,52 @@ class EncoderBase : public KzCompressor {
   int32_t Remaining = 0;
 };
 
-class KzLha5Encoder final : public EncoderBase {
+// The algorithm, once, with the parameters of P folded in. Its members are
+// instantiated explicitly, beside their definitions, for the three sets.
+template <const EncoderParams& P>
+class EncoderCore : public EncoderBase {
  public:
   using EncoderBase::EncoderBase;
+  // Encodes SourceStream into OutputStream; results in the archiver's
+  // transfer record and status.
   void Encode();
+
+ protected:
+  friend struct EncoderTestAccess;
+
+  // ---- match search (match_search.cpp) -------------------------------------
+  void SearchLoop();
+  void FindMatch();
+  void Slide();
+  void Advance();
+  void Insert(uint32_t p) {
+    HashPrev[p & (P.DictSize - 1)] = HashHead[HashValue];
+    HashHead[HashValue] = p;
+  }
+  void RecordCode(uint32_t c, uint32_t p);
+
+  // ---- block output (block_output.cpp) -------------------------------------
+  void SendBlock();
 };
 
-class KzLha6Encoder final : public EncoderBase {
+class KzLha5Encoder final : public EncoderCore<kLh5EncParams> {
  public:
-  using EncoderBase::EncoderBase;
-  void Encode();
+  using EncoderCore::EncoderCore;
 };
 
-class KzLha7Encoder final : public EncoderBase {
+class KzLha6Encoder final : public EncoderCore<kLh6EncParams> {
  public:
-  using EncoderBase::EncoderBase;
-  void Encode();
+  using EncoderCore::EncoderCore;
 };
+
+class KzLha7Encoder final : public EncoderCore<kLh7EncParams> {
+ public:
+  using EncoderCore::EncoderCore;
+};
+
+// Test seam: the next AllocEncodeBuffers fails its index-th allocation (1..6).
+namespace testing {
+void FailEncodeAllocation(int index);
+}
 
 }  // namespace kz

@@ -1,0 +1,170 @@
+// Block output: the three code tables of a block in their compact form, then
+// every code of the block, in the order the search recorded them.
+#include <bit>
+#include <cstring>
+
+#include "encode/encoders.h"
+
+namespace kz {
+
+namespace {
+
+// Trailing zero lengths are not written.
+int32_t UsedLength(const uint8_t* len, int32_t n) {
+  while (n > 0 && len[n - 1] == 0) --n;
+  return n;
+}
+
+}  // namespace
+
+// Frequencies of the code-length code, by the rules WriteCharLengths writes.
+void EncoderBase::CountAuxFreq() {
+  for (uint16_t& f : AuxFreq) f = 0;
+  const int32_t m = UsedLength(CharLen, NC);
+  int32_t i = 0;
+  while (i < m) {
+    const int32_t k = CharLen[i++];
+    if (k > 0) {
+      ++AuxFreq[k + 2];
+      continue;
+    }
+    int32_t c = 1;
+    while (i < m && CharLen[i] == 0) {
+      ++i;
+      ++c;
+    }
+    if (c <= 2) {
+      AuxFreq[0] = static_cast<uint16_t>(AuxFreq[0] + c);
+    } else if (c <= 18) {
+      ++AuxFreq[1];
+    } else if (c == 19) {
+      ++AuxFreq[0];
+      ++AuxFreq[1];
+    } else {
+      ++AuxFreq[2];
+    }
+  }
+}
+
+void EncoderBase::WriteCharLengths() {
+  const int32_t m = UsedLength(CharLen, NC);
+  PutBits(CBIT, static_cast<uint32_t>(m));
+  int32_t i = 0;
+  while (i < m) {
+    const int32_t k = CharLen[i++];
+    if (k > 0) {
+      PutBits(AuxLen[k + 2], AuxCode[k + 2]);
+      continue;
+    }
+    int32_t c = 1;
+    while (i < m && CharLen[i] == 0) {
+      ++i;
+      ++c;
+    }
+    if (c <= 2) {
+      for (; c > 0; --c) PutBits(AuxLen[0], AuxCode[0]);
+    } else if (c <= 18) {
+      PutBits(AuxLen[1], AuxCode[1]);
+      PutBits(4, static_cast<uint32_t>(c - 3));
+    } else if (c == 19) {
+      PutBits(AuxLen[0], AuxCode[0]);
+      PutBits(AuxLen[1], AuxCode[1]);
+      PutBits(4, 15);
+    } else {
+      PutBits(AuxLen[2], AuxCode[2]);
+      PutBits(9, static_cast<uint32_t>(c - 20));
+    }
+  }
+}
+
+// Lengths 0..6 in three bits, 7..16 as k - 4 one bits and a zero. After the
+// third length of the code-length code, two bits skip up to three zeros.
+void EncoderBase::WriteAuxLengths(int32_t n, uint32_t countBits, int32_t skipIndex) {
+  n = UsedLength(AuxLen, n);
+  PutBits(countBits, static_cast<uint32_t>(n));
+  int32_t i = 0;
+  while (i < n) {
+    const uint32_t k = AuxLen[i++];
+    if (k <= 6) {
+      PutBits(3, k);
+    } else {
+      PutBits(k - 3, (1u << (k - 3)) - 2);
+    }
+    if (i == skipIndex) {
+      while (i < 6 && AuxLen[i] == 0) ++i;
+      PutBits(2, static_cast<uint32_t>(i - 3));
+    }
+  }
+}
+
+// The block buffer holds groups of a flag byte (bit 7 first; set = match)
+// and up to eight codes: a literal byte, or length - 3 and the distance
+// code high byte first.
+void EncoderBase::WriteCodes(uint32_t size) {
+  const uint8_t* q = BlockBuffer;
+  uint32_t flags = 0;
+  for (uint32_t i = 0; i < size; ++i) {
+    if ((i & 7) == 0) {
+      flags = *q++;
+    } else {
+      flags <<= 1;
+    }
+    if ((flags & 0x80) == 0) {
+      const uint32_t b = *q++;
+      PutBits(CharLen[b], CharCode[b]);
+      continue;
+    }
+    const uint32_t c = q[0] + 256u;
+    PutBits(CharLen[c], CharCode[c]);
+    const uint32_t p = (uint32_t{q[1]} << 8) | q[2];
+    q += 3;
+    const uint32_t k = static_cast<uint32_t>(std::bit_width(p));
+    PutBits(AuxLen[k], AuxCode[k]);
+    if (k > 1) PutBits(k - 1, p & (0xFFFFu >> (17 - k)));
+  }
+}
+
+template <const EncoderParams& P>
+void EncoderCore<P>::SendBlock() {
+  // 1.
+  const int16_t root = MakeTree(NC, CharFreq, CharLen, CharCode);
+  const uint32_t size = CharFreq[root];
+  PutBits(16, size);
+  // 2. A single character symbol needs no code-length code.
+  if (root >= static_cast<int16_t>(NC)) {
+    CountAuxFreq();
+    const int16_t r = MakeTree(NT, AuxFreq, AuxLen, AuxCode);
+    if (r >= static_cast<int16_t>(NT)) {
+      WriteAuxLengths(NT, TBIT, 3);
+    } else {
+      PutBits(TBIT, 0);
+      PutBits(TBIT, static_cast<uint32_t>(r));
+    }
+    WriteCharLengths();
+  } else {
+    PutBits(TBIT, 0);
+    PutBits(TBIT, 0);
+    PutBits(CBIT, 0);
+    PutBits(CBIT, static_cast<uint32_t>(root));
+  }
+  // 3. The code-length code is no longer needed: its arrays take the position code.
+  const int16_t r = MakeTree(P.NP, PosFreq, AuxLen, AuxCode);
+  if (r >= static_cast<int16_t>(P.NP)) {
+    WriteAuxLengths(P.NP, P.PBIT, -1);
+  } else {
+    PutBits(P.PBIT, 0);
+    PutBits(P.PBIT, static_cast<uint32_t>(r));
+  }
+  // 4.
+  WriteCodes(size);
+  // 5.
+  std::memset(CharFreq, 0, NC * sizeof CharFreq[0]);
+  std::memset(PosFreq, 0, P.NP * sizeof PosFreq[0]);
+  SyncBits();
+}
+
+template void EncoderCore<kLh5EncParams>::SendBlock();
+template void EncoderCore<kLh6EncParams>::SendBlock();
+template void EncoderCore<kLh7EncParams>::SendBlock();
+
+}  // namespace kz

@@ -1,0 +1,164 @@
+// Complete packed data of small members, byte for byte, and the decision to
+// store a member whose packed form would outgrow it.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "decode/crc16.h"
+#include "encode/encoder_rig.h"
+
+namespace {
+
+using kztest::Bytes;
+using kztest::EncoderRig;
+using kztest::Hex;
+using kztest::Method;
+using kztest::ToBytes;
+
+struct ExactCase {
+  const char* Name;
+  std::string Source;
+  Method M;
+  const char* Packed;
+};
+
+const ExactCase kExactCases[] = {
+    {"A_lh5", "A", Method::Lh5, "00 01 00 00 04 10 00"},
+    {"A_lh6", "A", Method::Lh6, "00 01 00 00 04 10 00"},
+    {"A_lh7", "A", Method::Lh7, "00 01 00 00 04 10 00"},
+    {"TenA_lh5", "aaaaaaaaaa", Method::Lh5, "00 03 20 04 30 61 36 47 C0 08"},
+    {"TenA_lh6", "aaaaaaaaaa", Method::Lh6, "00 03 20 04 30 61 36 47 C0 02"},
+    {"TenA_lh7", "aaaaaaaaaa", Method::Lh7, "00 03 20 04 30 61 36 47 C0 02"},
+    {"Abc_lh5", "abc", Method::Lh5, "00 03 28 08 44 C9 13 58 02 60"},
+    {"Abc_lh6", "abc", Method::Lh6, "00 03 28 08 44 C9 13 58 00 98"},
+    {"Abc_lh7", "abc", Method::Lh7, "00 03 28 08 44 C9 13 58 00 98"},
+    {"Abc4_lh5", "abcabcabcabc", Method::Lh5, "00 05 30 04 6D 41 84 DD 72 36 02 69 C0"},
+    {"Abc4_lh6", "abcabcabcabc", Method::Lh6, "00 05 30 04 6D 41 84 DD 72 36 00 9A 70"},
+    {"Abc4_lh7", "abcabcabcabc", Method::Lh7, "00 05 30 04 6D 41 84 DD 72 36 00 9A 70"},
+};
+
+class ExactOutputTest : public ::testing::TestWithParam<ExactCase> {};
+
+TEST_P(ExactOutputTest, PackedBytesAtLevelTwo) {
+  const ExactCase& c = GetParam();
+  EncoderRig rig;
+  const auto r = rig.Encode(c.M, 2, ToBytes(c.Source));
+  EXPECT_EQ(r.Status, 0);
+  EXPECT_EQ(r.Packed, Hex(c.Packed));
+  EXPECT_EQ(r.PackedSize, r.Packed.size());
+  EXPECT_EQ(r.TotalBytes, c.Source.size());
+  const Bytes src = ToBytes(c.Source);
+  EXPECT_EQ(r.Crc, kz::UpdateCrc16(0, src.data(), static_cast<int32_t>(src.size())));
+  // Longer than the source: the driver is told to store it instead.
+  EXPECT_EQ(r.StoreFallback, r.Packed.size() > c.Source.size() ? 1u : 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, ExactOutputTest, ::testing::ValuesIn(kExactCases),
+                         [](const auto& info) { return std::string(info.param.Name); });
+
+TEST(StoreFallbackTest, OneByteIsStoredTenEqualBytesStayPacked) {
+  EncoderRig rig;
+  EXPECT_EQ(rig.Encode(Method::Lh5, 2, ToBytes("A")).StoreFallback, 1u);
+  const auto ten = rig.Encode(Method::Lh5, 2, ToBytes("aaaaaaaaaa"));
+  EXPECT_EQ(ten.Packed.size(), 10u);
+  EXPECT_EQ(ten.StoreFallback, 0u);
+}
+
+// Once packed data passes the source size, the encoder still reads the
+// whole source (CRC and count cover it) and writes every full buffer load,
+// but neither the last block nor the rest of the buffer. (The claimed size
+// is a tenth of the real one, so the second full load already passes it.)
+TEST(StoreFallbackTest, OutgrownEncodingIsReadToTheEndButNotFinished) {
+  const kztest::Bytes text = kztest::TextBytes(400000, 5);
+  EncoderRig rig;
+  const auto whole = rig.Encode(Method::Lh6, 2, text);
+  ASSERT_EQ(whole.StoreFallback, 0u);
+  const auto r = rig.Encode(Method::Lh6, 2, text, 20000);
+  EXPECT_EQ(r.StoreFallback, 1u);
+  EXPECT_EQ(r.Status, 0);
+  EXPECT_EQ(r.TotalBytes, text.size());
+  EXPECT_EQ(r.Crc, kz::UpdateCrc16(0, text.data(), static_cast<int32_t>(text.size())));
+  EXPECT_EQ(r.Packed.size() % 16384, 0u);
+  EXPECT_EQ(r.Packed.size(), r.PackedSize);
+  // Full loads of the complete encoding, short of its end.
+  EXPECT_LT(r.Packed.size(), whole.Packed.size());
+  EXPECT_TRUE(std::equal(r.Packed.begin(), r.Packed.end(), whole.Packed.begin()));
+}
+
+// The source is read in one chunk of two windows, then a window at a time,
+// and the output is the same whatever came before in the shared buffers.
+TEST(EncoderFrameTest, OutputDependsOnTheSourceAlone) {
+  const Bytes text = kztest::TextBytes(300000, 3);
+  const Bytes other = kztest::RandomBytes(150000, 9);
+  for (Method m : {Method::Lh5, Method::Lh6, Method::Lh7}) {
+    EncoderRig fresh;
+    const auto first = fresh.Encode(m, 2, text);
+    EncoderRig used;
+    used.Encode(Method::Lh7, 4, other);
+    used.Encode(m, 3, kztest::TextBytes(1000, 4));
+    const auto again = used.Encode(m, 2, text);
+    EXPECT_EQ(first.Packed, again.Packed) << "lh" << static_cast<int>(m);
+    EXPECT_EQ(first.StoreFallback, 0u);
+  }
+}
+
+class LevelTest : public ::testing::TestWithParam<Method> {};
+
+// Higher levels search longer chains: never worse on text, and level 4
+// differs from level 1. Outside 1..4 the limits in force stay.
+TEST_P(LevelTest, LevelsChangeTheSearchNotTheFormat) {
+  EncoderRig rig;
+  const Bytes text = kztest::TextBytes(400000, 8);
+  size_t previous = SIZE_MAX;
+  Bytes level1;
+  for (uint32_t level = 1; level <= 4; ++level) {
+    const auto r = rig.Encode(GetParam(), level, text);
+    EXPECT_LE(r.Packed.size(), previous + previous / 100) << "level " << level;
+    previous = r.Packed.size();
+    if (level == 1) level1 = r.Packed;
+    if (level == 4) {
+      EXPECT_NE(r.Packed, level1);
+    }
+  }
+  const auto at4 = rig.Encode(GetParam(), 4, text);
+  const auto at9 = rig.Encode(GetParam(), 9, text);
+  EXPECT_EQ(at9.Packed, at4.Packed);
+}
+
+INSTANTIATE_TEST_SUITE_P(Methods, LevelTest,
+                         ::testing::Values(Method::Lh5, Method::Lh6, Method::Lh7));
+
+TEST(ApplyLevelTest, LimitsByLevelAndLevelTwoBeforeAnyLevel) {
+  EncoderRig rig;
+  kz::EncoderBase& e = rig.Encoder(Method::Lh5);
+  struct Row {
+    uint32_t Level, Literal, Match;
+  };
+  // Level 0 and 7 keep what the previous row set.
+  const Row rows[] = {{0, 16, 32}, {1, 16, 18}, {3, 32, 64}, {7, 32, 64}, {4, 48, 256}, {2, 16, 32}};
+  for (const Row& r : rows) {
+    rig.Archiver().CompressionLevel = r.Level;
+    e.ApplyLevel();
+    EXPECT_EQ(kz::EncoderTestAccess::LiteralChainLimit(e), r.Literal) << "level " << r.Level;
+    EXPECT_EQ(kz::EncoderTestAccess::MatchChainLimit(e), r.Match) << "level " << r.Level;
+  }
+}
+
+TEST(EncodeBuffersTest, AFailedAllocationReleasesEverything) {
+  for (int index = 1; index <= 6; ++index) {
+    KzLhaArchiver a;
+    ASSERT_GE(a.Init(), 0);
+    kz::testing::FailEncodeAllocation(index);
+    EXPECT_EQ(a.AllocEncodeBuffers(), kz::E_Outofmemory) << index;
+    EXPECT_EQ(a.Status, kz::E_Outofmemory);
+    EXPECT_EQ(a.ErrorFileName == nullptr || a.ErrorFileName[0] == 0, true);
+    EXPECT_EQ(a.InputOrBlockBuffer, nullptr);
+    EXPECT_EQ(a.Lh1OrOutputBuffer, nullptr);
+    EXPECT_EQ(a.HashHeadTable, nullptr);
+    EXPECT_EQ(a.HashChainTable, nullptr);
+    EXPECT_EQ(a.DictionaryOrText, nullptr);
+    EXPECT_EQ(a.CrowdedFlags, nullptr);
+  }
+}
+
+}  // namespace
