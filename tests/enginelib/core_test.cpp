@@ -165,7 +165,7 @@ TEST(NamesTest, CodePage932ConvertsBothWaysAndKeepsUndecodableBytes) {
   wchar_t wide[64];
   // "日本" in Shift_JIS, then ASCII, with a backslash kept as a separator.
   const char sjis[] = "\x93\xfa\x96\x7b\\a.txt";
-  ASSERT_EQ(conv.ToWide(sjis, wide, 63), 7);
+  ASSERT_EQ(conv.ToWide(sjis, wide, 63), 8);
   EXPECT_EQ(std::wstring(wide), std::wstring(L"\u65E5\u672C\\a.txt"));
   char back[64];
   ASSERT_EQ(conv.FromWide(wide, back, sizeof back), 10);
