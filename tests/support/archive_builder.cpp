@@ -1,5 +1,6 @@
 #include "support/archive_builder.h"
 
+#include <fstream>
 #include <numeric>
 #include <stdexcept>
 
@@ -19,6 +20,8 @@ void Put32(Bytes& out, uint32_t v) {
 
 void PutText(Bytes& out, const std::string& text) { out.insert(out.end(), text.begin(), text.end()); }
 
+Bytes TextOf(const std::string& text) { return Bytes(text.begin(), text.end()); }
+
 uint16_t ExtSize(const ExtHeader& e) {
   return e.size ? *e.size : static_cast<uint16_t>(1 + e.data.size() + 2);
 }
@@ -27,8 +30,8 @@ uint16_t ExtSize(const ExtHeader& e) {
 std::vector<ExtHeader> Extensions(const MemberSpec& spec, bool level2) {
   std::vector<ExtHeader> list;
   if (level2 && spec.headerCrc) list.push_back({0x00, Bytes{0, 0}, std::nullopt});
-  if (level2 && !spec.name.empty()) list.push_back({0x01, ToBytes(spec.name), std::nullopt});
-  if (!spec.directory.empty()) list.push_back({0x02, ToBytes(spec.directory), std::nullopt});
+  if (level2 && !spec.name.empty()) list.push_back({0x01, TextOf(spec.name), std::nullopt});
+  if (!spec.directory.empty()) list.push_back({0x02, TextOf(spec.directory), std::nullopt});
   list.insert(list.end(), spec.extensions.begin(), spec.extensions.end());
   return list;
 }
@@ -160,7 +163,13 @@ ArchiveBuilder& ArchiveBuilder::End() {
   return *this;
 }
 
-void ArchiveBuilder::WriteTo(const std::filesystem::path& path) const { WriteFile(path, bytes_); }
+// Written here rather than through the test helpers, so that benchmarks can
+// build archives without the test support library.
+void ArchiveBuilder::WriteTo(const std::filesystem::path& path) const {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes_.data()), static_cast<std::streamsize>(bytes_.size()));
+  if (!out) throw std::runtime_error("cannot write " + path.string());
+}
 
 std::string Dir(const std::string& slashed) {
   std::string out = slashed;
