@@ -178,12 +178,18 @@ int DecideOverwrite(KzArchiver& a, LhaHeader* record, PathString& outputPath) {
 }
 
 HRESULT Run(KzArchiver& a, const KzList* items, intptr_t selectionArgument) {
+  // The run's end also when a string routine throws out of it.
   struct EndGuard {
     KzArchiver& A;
-    ~EndGuard() { EndRun(A); }
+    bool Ended = false;
+    ~EndGuard() {
+      if (!Ended) EndRun(A);
+    }
   } guard{a};
   if (a.AllocDecodeBuffers() >= 0) a.ExtractItems(items, selectionArgument, 0, 0);
   a.FreeDecodeBuffers();
+  guard.Ended = true;
+  EndRun(a);
   return a.Status;
 }
 

@@ -34,7 +34,7 @@ KZLIB_API BOOL QueryEntry(const wchar_t* path, EntryInfo& info);
 KZLIB_API BOOL QueryTarget(const wchar_t* path, EntryInfo& info);
 
 // Creates one directory (0755 before the umask); an existing entry of any
-// kind is ERROR_ALREADY_EXISTS. (kCreate)
+// kind is ERROR_FILE_EXISTS. (kCreate)
 KZLIB_API BOOL MakeDirectory(const wchar_t* path);
 // Creates path and its missing parents, following links in parts that
 // exist: only for a directory the caller named (the destination). (kCreate)

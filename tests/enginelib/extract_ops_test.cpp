@@ -1,0 +1,438 @@
+// Extraction and test through the library's per-item operations: paths that
+// stay in the destination, no writes through links, overwrite policies,
+// failed members that leave nothing, progress that adds up.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "enginelib/fake_engine.h"
+#include "enginelib/file_stream.h"
+#include "enginelib/names.h"
+#include "support/archive_builder.h"
+#include "support/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kztest::ArchiveBuilder;
+using kztest::Bytes;
+using kztest::EnginePath;
+using kztest::FakeEngine;
+using kztest::MemberSpec;
+using kztest::TempDir;
+using kztest::ToBytes;
+
+// Everything below root, relative, with "/" after directories and "@" after
+// links, sorted.
+std::vector<std::string> Tree(const fs::path& root) {
+  std::vector<std::string> out;
+  for (auto it = fs::recursive_directory_iterator(root); it != fs::end(it); ++it) {
+    std::string rel = fs::relative(it->path(), root).string();
+    if (it->is_symlink()) {
+      rel += "@";
+    } else if (it->is_directory()) {
+      rel += "/";
+    }
+    out.push_back(rel);
+  }
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+bool HasTempFiles(const fs::path& root) {
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    if (e.path().filename().string().rfind(".kz", 0) == 0) return true;
+  }
+  return false;
+}
+
+std::vector<std::wstring> LogTexts(KzArchiver& a) {
+  std::vector<std::wstring> out;
+  for (void* item : KzListItems(a.GetLogList())) {
+    const auto* e = static_cast<const KzLogEntry*>(item);
+    out.push_back(std::wstring(e->Text) + L" | " + (e->FileName ? e->FileName : L""));
+  }
+  return out;
+}
+
+bool LogHas(KzArchiver& a, const std::wstring& text) {
+  for (const std::wstring& line : LogTexts(a)) {
+    if (line.find(text) != std::wstring::npos) return true;
+  }
+  return false;
+}
+
+MemberSpec Stored(const std::string& name, const std::string& content, uint32_t time = 0) {
+  MemberSpec spec;
+  spec.level = 0;
+  spec.name = name;
+  spec.packed = ToBytes(content);
+  spec.originalSize = static_cast<uint32_t>(content.size());
+  spec.crc = kztest::Crc16(spec.packed);
+  if (time != 0) spec.timeStamp = time;
+  return spec;
+}
+
+// What the host's callbacks saw and what they answer.
+struct Host {
+  std::vector<int> replies;
+  std::vector<std::wstring> asked;
+  std::vector<std::pair<uint64_t, uint64_t>> progress;
+  int stopAfterProgress = -1;
+  std::map<std::wstring, std::string> data;
+  int stopData = -1;
+
+  static int Progress(void* c, const wchar_t*, uint64_t done, uint64_t total) {
+    auto* h = static_cast<Host*>(c);
+    h->progress.emplace_back(done, total);
+    return h->stopAfterProgress >= 0 && static_cast<int>(h->progress.size()) > h->stopAfterProgress;
+  }
+  static int Ask(void* c, const wchar_t* path, const LhaHeader*) {
+    auto* h = static_cast<Host*>(c);
+    h->asked.push_back(path);
+    size_t i = h->asked.size() - 1;
+    return i < h->replies.size() ? h->replies[i] : KZ_REPLY_SKIP;
+  }
+  static int Data(void* c, const LhaHeader* member, const void* bytes, size_t size) {
+    auto* h = static_cast<Host*>(c);
+    h->data[member->Name].append(static_cast<const char*>(bytes), size);
+    return h->stopData >= 0 && static_cast<int>(h->data.size()) > h->stopData;
+  }
+  void Attach(KzArchiver& a, bool ask) {
+    KzCallbacks cb{};
+    cb.Size = sizeof cb;
+    cb.Progress = &Host::Progress;
+    cb.AskOverwrite = ask ? &Host::Ask : nullptr;
+    cb.Data = &Host::Data;
+    a.SetCallbacks(&cb, this);
+  }
+};
+
+// An archive in its own directory, a destination beside it, and a names
+// list that selects everything.
+class ExtractTest : public ::testing::Test {
+ protected:
+  void Make(ArchiveBuilder& b) {
+    b.End();
+    b.WriteTo(dir_ / "a.lzh");
+    ASSERT_EQ(engine_.Open(EnginePath(dir_ / "a.lzh")), 0);
+  }
+  HRESULT Extract(uint32_t flags = 0) {
+    KzList* all = kztest::NamesList({L"*"});
+    HRESULT hr = engine_.ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(dest()).c_str(), flags);
+    KzList::Free(all);
+    return hr;
+  }
+  fs::path dest() const { return dir_ / "dest"; }
+  std::string Read(const std::string& rel) {
+    Bytes b = kztest::ReadFile(dest() / rel);
+    return std::string(b.begin(), b.end());
+  }
+
+  TempDir dir_;
+  FakeEngine engine_;
+};
+
+TEST_F(ExtractTest, HostileNamesAllLandInsideTheDestination) {
+  ArchiveBuilder b;
+  b.Member(Stored("..\\escape.txt", "1"))
+      .Member(Stored("/abs/x.txt", "2"))
+      .Member(Stored("C:\\drive.txt", "3"))
+      .Member(Stored("a\\..\\..\\b.txt", "4"))
+      .Member(Stored("ok/f.txt", "5"))
+      .Member(Stored("..\\", "6"))
+      .Member(Stored("\\\\?\\UNC\\srv\\share\\u.txt", "7"));
+  Make(b);
+  EXPECT_EQ(Extract(), 0);
+  // The sandbox holds the archive and the destination, nothing else.
+  EXPECT_EQ(Tree(dir_.path()),
+            (std::vector<std::string>{"a.lzh", "dest/", "dest/a/", "dest/a/b.txt", "dest/abs/",
+                                      "dest/abs/x.txt", "dest/drive.txt", "dest/escape.txt",
+                                      "dest/ok/", "dest/ok/f.txt", "dest/srv/", "dest/srv/share/",
+                                      "dest/srv/share/u.txt"}));
+  EXPECT_EQ(Read("escape.txt"), "1");
+  EXPECT_EQ(Read("a/b.txt"), "4");
+  EXPECT_TRUE(LogHas(engine_, L"nothing usable as a path"));
+  EXPECT_TRUE(LogHas(engine_, L"\"..\" parts of the name were removed | ..\\escape.txt"));
+}
+
+TEST_F(ExtractTest, NothingIsWrittenThroughALinkInTheDestination) {
+  fs::create_directories(dir_ / "outside");
+  kztest::WriteFile(dir_ / "outside" / "victim", std::string("precious"));
+  fs::create_directories(dest());
+  fs::create_symlink(dir_ / "outside", dest() / "dirlink");
+  fs::create_symlink(dir_ / "outside" / "victim", dest() / "filelink");
+  ArchiveBuilder b;
+  b.Member(Stored("dirlink\\victim", "evil"))
+      .Member(Stored("dirlink\\new.txt", "evil"))
+      .Member(Stored("filelink", "evil"))
+      .Member(Stored("fine.txt", "fine"));
+  Make(b);
+  EXPECT_EQ(Extract(), KZ_ARC_E_UNSAFEPATH);
+  ASSERT_NE(engine_.ErrorFileName, nullptr);
+  EXPECT_STREQ(engine_.ErrorFileName, L"dirlink\\victim");  // the first refused member
+  EXPECT_EQ(Tree(dir_ / "outside"), (std::vector<std::string>{"victim"}));
+  EXPECT_EQ(kztest::ReadFile(dir_ / "outside" / "victim"), ToBytes("precious"));
+  EXPECT_TRUE(fs::is_symlink(dest() / "filelink"));
+  EXPECT_EQ(Read("fine.txt"), "fine");
+  EXPECT_FALSE(HasTempFiles(dir_.path()));
+}
+
+TEST_F(ExtractTest, SymbolicLinkMembersAreNeverCreated) {
+  MemberSpec link = Stored("ln|/etc/passwd", "");
+  link.method = "-lhd-";
+  link.attributes = 0x10;
+  ArchiveBuilder b;
+  b.Member(link).Member(Stored("after.txt", "x"));
+  Make(b);
+  EXPECT_EQ(Extract(), 0);
+  EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"after.txt"}));
+  EXPECT_TRUE(LogHas(engine_, L"symbolic link not extracted"));
+}
+
+struct OverwriteCase {
+  const char* what;
+  uint32_t option;
+  bool callback;
+  std::vector<int> replies;
+  std::string expected;  // a b c d: N = new contents, O = old, - = absent
+  size_t asked;
+  HRESULT status;
+};
+
+void PrintTo(const OverwriteCase& c, std::ostream* os) { *os << c.what; }
+
+class OverwriteTest : public ExtractTest, public ::testing::WithParamInterface<OverwriteCase> {};
+
+TEST_P(OverwriteTest, PolicyAndRepliesDecide) {
+  const OverwriteCase& c = GetParam();
+  for (const char* n : {"a", "b", "c"}) kztest::WriteFile(dest() / n, std::string("old"));
+  ArchiveBuilder b;
+  for (const char* n : {"a", "b", "c", "d"}) b.Member(Stored(n, "new"));
+  Make(b);
+  Host host;
+  host.replies = c.replies;
+  host.Attach(engine_, c.callback);
+  ASSERT_EQ(engine_.SetOptions(KZ_OPT_OVERWRITE, c.option, 0), 0);
+
+  EXPECT_EQ(Extract(), c.status) << c.what;
+  std::string got;
+  for (const char* n : {"a", "b", "c", "d"}) {
+    if (!fs::exists(dest() / n)) {
+      got += '-';
+    } else {
+      got += Read(n) == "new" ? 'N' : 'O';
+    }
+  }
+  EXPECT_EQ(got, c.expected) << c.what;
+  EXPECT_EQ(host.asked.size(), c.asked) << c.what;
+  EXPECT_FALSE(HasTempFiles(dir_.path())) << c.what;
+  if (c.status == KZ_E_ABORT) {
+    ASSERT_NE(engine_.ErrorFileName, nullptr);
+    EXPECT_EQ(engine_.ErrorFileName, EnginePath(dest() / "b"));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Replies, OverwriteTest,
+    ::testing::Values(
+        OverwriteCase{"all", KZ_OVERWRITE_ALL, true, {}, "NNNN", 0, 0},
+        OverwriteCase{"skip", KZ_OVERWRITE_SKIP, true, {}, "OOON", 0, 0},
+        OverwriteCase{"ask without callback", KZ_OVERWRITE_ASK, false, {}, "OOON", 0, 0},
+        OverwriteCase{"ask: overwrite, skip, overwrite",
+                      KZ_OVERWRITE_ASK,
+                      true,
+                      {KZ_REPLY_OVERWRITE, KZ_REPLY_SKIP, KZ_REPLY_OVERWRITE},
+                      "NONN",
+                      3,
+                      0},
+        OverwriteCase{"ask: skip all", KZ_OVERWRITE_ASK, true, {KZ_REPLY_SKIP_ALL}, "OOON", 1, 0},
+        OverwriteCase{
+            "ask: overwrite all", KZ_OVERWRITE_ASK, true, {KZ_REPLY_OVERWRITE_ALL}, "NNNN", 1, 0},
+        OverwriteCase{
+            "ask: unknown reply skips", KZ_OVERWRITE_ASK, true, {77, 77, 77}, "OOON", 3, 0},
+        OverwriteCase{"ask: overwrite, cancel",
+                      KZ_OVERWRITE_ASK,
+                      true,
+                      {KZ_REPLY_OVERWRITE, KZ_REPLY_CANCEL},
+                      "NOO-",
+                      2,
+                      KZ_E_ABORT}));
+
+TEST_F(ExtractTest, AskWithoutACallbackNamesTheFileItSkipped) {
+  kztest::WriteFile(dest() / "a", std::string("old"));
+  ArchiveBuilder b;
+  b.Member(Stored("a", "new"));
+  Make(b);
+  EXPECT_EQ(Extract(), 0);
+  EXPECT_TRUE(LogHas(engine_, L"no one to ask; skipped | " + EnginePath(dest() / "a")));
+}
+
+// A member whose data fails leaves no file (an older file of that name
+// stays as it was); the run goes on and ends with the first failure, which
+// names the member.
+TEST_F(ExtractTest, FailedMembersLeaveNothingAndTheRunGoesOn) {
+  kztest::WriteFile(dest() / "bad", std::string("old"));
+  MemberSpec bad = Stored("bad", "corrupted");
+  bad.crc ^= 1;
+  MemberSpec unknown = Stored("unknown", "???");
+  unknown.method = "-lh9-";
+  ArchiveBuilder b;
+  b.Member(Stored("good1", "1")).Member(bad).Member(unknown).Member(Stored("good2", "2"));
+  Make(b);
+  ASSERT_EQ(engine_.SetOptions(KZ_OPT_OVERWRITE, KZ_OVERWRITE_ALL, 0), 0);
+  EXPECT_EQ(Extract(), KZ_E_CRC);
+  ASSERT_NE(engine_.ErrorFileName, nullptr);
+  EXPECT_STREQ(engine_.ErrorFileName, L"bad");
+  EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"bad", "good1", "good2"}));
+  EXPECT_EQ(Read("bad"), "old");
+  EXPECT_EQ(Read("good2"), "2");
+  EXPECT_TRUE(LogHas(engine_, L"going on with the next | bad"));
+  EXPECT_TRUE(LogHas(engine_, L"going on with the next | unknown"));
+}
+
+TEST_F(ExtractTest, KeepDamagedKeepsTheOutputOfAFailedMember) {
+  MemberSpec bad = Stored("bad", "corrupted");
+  bad.crc ^= 1;
+  ArchiveBuilder b;
+  b.Member(bad).Member(Stored("good", "g"));
+  Make(b);
+  ASSERT_EQ(engine_.SetOptions(KZ_OPT_KEEP_DAMAGED, 1, 0), 0);
+  EXPECT_EQ(Extract(), KZ_E_CRC);
+  EXPECT_EQ(Read("bad"), "corrupted");
+  EXPECT_EQ(Read("good"), "g");
+  EXPECT_TRUE(LogHas(engine_, L"damaged member kept"));
+  EXPECT_FALSE(HasTempFiles(dir_.path()));
+}
+
+TEST_F(ExtractTest, TimesAndPermissionsAreRestoredDirectoriesLast) {
+  const uint32_t dirTime = kztest::DosTime(2001, 2, 3, 4, 5, 6);
+  const uint32_t fileTime = kztest::DosTime(1999, 12, 31, 23, 59, 58);
+  MemberSpec dir = Stored("d", "", dirTime);
+  dir.attributes = 0x10;
+  MemberSpec ro = Stored("d\\ro.txt", "r", fileTime);
+  ro.attributes = 0x21;  // read-only
+  ArchiveBuilder b;
+  b.Member(dir).Member(ro).Member(Stored("d\\rw.txt", "w", fileTime));
+  Make(b);
+  EXPECT_EQ(Extract(), 0);
+  struct stat st;
+  ASSERT_EQ(stat((dest() / "d").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mtime, kz::DosToUnixTime(dirTime));  // not moved by the files written into it
+  ASSERT_EQ(stat((dest() / "d" / "ro.txt").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mtime, kz::DosToUnixTime(fileTime));
+  EXPECT_EQ(st.st_mode & 0777, 0444u);
+  ASSERT_EQ(stat((dest() / "d" / "rw.txt").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0644u);
+}
+
+TEST_F(ExtractTest, PathsNoneKeepsOnlyTheLastComponent) {
+  ArchiveBuilder b;
+  b.Member(Stored("x\\y\\z.txt", "z")).Member(Stored("../up.txt", "u"));
+  Make(b);
+  ASSERT_EQ(engine_.SetOptions(KZ_OPT_PATHS, KZ_PATHS_NONE, 0), 0);
+  EXPECT_EQ(Extract(), 0);
+  EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"up.txt", "z.txt"}));
+}
+
+TEST_F(ExtractTest, ProgressEndsAtTheTotalAcrossSkippedAndDirectoryMembers) {
+  kztest::WriteFile(dest() / "skipped", std::string("old"));
+  MemberSpec dir = Stored("d", "");
+  dir.attributes = 0x10;
+  MemberSpec bad = Stored("bad", "bbbb");
+  bad.crc ^= 1;
+  ArchiveBuilder b;
+  b.Member(Stored("one", "1111111"))
+      .Member(Stored("skipped", "22"))
+      .Member(dir)
+      .Member(bad)
+      .Member(Stored("last", "333"));
+  Make(b);
+  Host host;
+  host.Attach(engine_, false);
+  EXPECT_EQ(Extract(), KZ_E_CRC);
+  ASSERT_FALSE(host.progress.empty());
+  const uint64_t total = 7 + 2 + 4 + 3;
+  uint64_t previous = 0;
+  for (auto [done, all] : host.progress) {
+    EXPECT_EQ(all, total);
+    EXPECT_GE(done, previous);
+    EXPECT_LE(done, total);
+    previous = done;
+  }
+  EXPECT_EQ(host.progress.back().first, total);
+}
+
+TEST_F(ExtractTest, AStopFromProgressEndsTheRunWithoutAPartialFile) {
+  ArchiveBuilder b;
+  b.Member(Stored("big", std::string(200000, 'x'))).Member(Stored("after", "a"));
+  Make(b);
+  Host host;
+  host.stopAfterProgress = 1;  // during the second chunk of "big"
+  host.Attach(engine_, false);
+  EXPECT_EQ(Extract(), KZ_E_ABORT);
+  EXPECT_TRUE(Tree(dest()).empty());
+}
+
+TEST_F(ExtractTest, ToCallbackHandsTheDataOverAndCreatesNothing) {
+  ArchiveBuilder b;
+  b.Member(Stored("a\\one", "first")).Member(Stored("../two", "second"));
+  Make(b);
+  Host host;
+  host.Attach(engine_, false);
+  EXPECT_EQ(Extract(KZ_EXTRACT_TO_CALLBACK), 0);
+  EXPECT_FALSE(fs::exists(dest()));
+  EXPECT_EQ(host.data[L"a\\one"], "first");
+  EXPECT_EQ(host.data[L"..\\two"], "second");
+
+  host.data.clear();
+  host.stopData = 0;  // stop at the first block
+  EXPECT_EQ(Extract(KZ_EXTRACT_TO_CALLBACK), KZ_E_ABORT);
+  EXPECT_EQ(host.data.size(), 1u);
+}
+
+TEST_F(ExtractTest, TestModeDecodesEveryMemberAndWritesNothing) {
+  MemberSpec bad = Stored("bad", "b");
+  bad.crc ^= 1;
+  ArchiveBuilder b;
+  b.Member(Stored("../a", "1")).Member(bad).Member(Stored("c", "3"));
+  Make(b);
+  for (bool emptyList : {false, true}) {
+    engine_.Calls.clear();
+    KzList* none = emptyList ? kztest::NamesList({}) : nullptr;
+    EXPECT_EQ(engine_.TestArchive(none, 0), KZ_E_CRC);
+    KzList::Free(none);
+    EXPECT_EQ(engine_.Calls, (std::vector<std::wstring>{L"Data:..\\a", L"Data:bad", L"Data:c"}));
+    EXPECT_STREQ(engine_.ErrorFileName, L"bad");
+  }
+  EXPECT_EQ(Tree(dir_.path()), (std::vector<std::string>{"a.lzh"}));
+}
+
+TEST_F(ExtractTest, AFileInTheWayOfADirectoryRefusesOnlyThatMember) {
+  kztest::WriteFile(dest() / "d", std::string("a file"));
+  ArchiveBuilder b;
+  b.Member(Stored("d\\inside.txt", "x")).Member(Stored("other.txt", "o"));
+  Make(b);
+  EXPECT_EQ(Extract(), kz::HresultFromWin32(ERROR_DIRECTORY));
+  EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"d", "other.txt"}));
+}
+
+TEST_F(ExtractTest, AnOutputThatCannotBeCreatedEndsTheRunAndNamesTheFile) {
+  fs::create_directories(dest() / "sub");
+  ArchiveBuilder b;
+  b.Member(Stored("sub\\x.txt", "x")).Member(Stored("y.txt", "y"));
+  Make(b);
+  kz::fault::Arm(1, kz::fault::kCreate);  // the first file created: x.txt's
+  HRESULT hr = Extract();
+  kz::fault::Disarm();
+  EXPECT_EQ(hr, kz::HresultFromWin32(ERROR_GEN_FAILURE));
+  EXPECT_EQ(engine_.ErrorFileName, EnginePath(dest() / "sub" / "x.txt"));
+  EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"sub/"}));
+}
+
+}  // namespace

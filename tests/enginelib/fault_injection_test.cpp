@@ -1,0 +1,292 @@
+// Every I/O call of an update or an extraction made to fail in turn: the
+// old archive must come out byte for byte, no temporary file may remain,
+// no partial output may be left, and the error must name a file.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "enginelib/fake_engine.h"
+#include "enginelib/file_stream.h"
+#include "support/archive_builder.h"
+#include "support/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kztest::ArchiveBuilder;
+using kztest::Bytes;
+using kztest::EnginePath;
+using kztest::FakeEngine;
+using kztest::MemberSpec;
+using kztest::TempDir;
+using kztest::ToBytes;
+
+constexpr int64_t kSourceTime = 1600000000;
+
+MemberSpec Stored(const std::string& name, const std::string& content) {
+  MemberSpec spec;
+  spec.level = 0;
+  spec.name = name;
+  spec.packed = ToBytes(content);
+  spec.originalSize = static_cast<uint32_t>(content.size());
+  spec.crc = kztest::Crc16(spec.packed);
+  spec.timeStamp = kztest::DosTime(2000, 1, 1);
+  return spec;
+}
+
+Bytes SmallArchive() {
+  ArchiveBuilder b;
+  b.Stub(Bytes(40, 'S'));
+  MemberSpec dir = Stored("d", "");
+  dir.attributes = 0x10;
+  b.Member(Stored("m1", "first member"))
+      .Member(dir)
+      .Member(Stored("d\\m2", std::string(70000, 'z')));
+  b.Member(Stored("m3", "third")).End();
+  return b.Bytes();
+}
+
+bool HasTempFiles(const fs::path& root) {
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    if (e.path().filename().string().rfind(".kz", 0) == 0) return true;
+  }
+  return false;
+}
+
+const uint32_t kKinds[] = {kz::fault::kOpen,  kz::fault::kCreate, kz::fault::kRead,
+                           kz::fault::kWrite, kz::fault::kSeek,   kz::fault::kTruncate,
+                           kz::fault::kRename};
+
+// One update, run on a fresh copy of the small archive and fresh sources.
+struct UpdateCase {
+  const char* what;
+  std::function<HRESULT(FakeEngine&, const fs::path& src)> run;
+  bool newArchive = false;  // starts without an archive
+};
+
+void PrintTo(const UpdateCase& c, std::ostream* os) { *os << c.what; }
+
+class UpdateSweep : public ::testing::TestWithParam<UpdateCase> {
+ protected:
+  void Fresh() {
+    fs::remove_all(dir_.path() / "w");
+    fs::create_directories(src());
+    kztest::WriteFile(src() / "new.txt", std::string("a new file"));
+    kztest::WriteFile(src() / "m1", std::string("replacement"));
+    kztest::WriteFile(src() / "sub" / "deep.bin", kztest::RandomBytes(5000, 7));
+    for (const char* f : {"new.txt", "m1", "sub/deep.bin"}) {
+      struct timespec t[2] = {{kSourceTime, 0}, {kSourceTime, 0}};
+      utimensat(AT_FDCWD, (src() / f).c_str(), t, 0);
+    }
+    if (!GetParam().newArchive) kztest::WriteFile(archive(), SmallArchive());
+    engine_ = std::make_unique<FakeEngine>();
+    engine_->Open(EnginePath(archive()), GetParam().newArchive ? 0 : 40);
+  }
+  HRESULT Run() { return GetParam().run(*engine_, src()); }
+  fs::path archive() const { return dir_.path() / "w" / "arc.lzh"; }
+  fs::path src() const { return dir_.path() / "w" / "src"; }
+
+  TempDir dir_;
+  std::unique_ptr<FakeEngine> engine_;
+};
+
+TEST_P(UpdateSweep, EveryFailingCallLeavesTheOldArchive) {
+  const UpdateCase& c = GetParam();
+  Fresh();
+  ASSERT_GE(Run(), 0) << c.what << ": " << engine_->Status;
+  const bool gone = !fs::exists(archive());
+  const Bytes success = gone ? Bytes() : kztest::ReadFile(archive());
+  const Bytes old = c.newArchive ? Bytes() : SmallArchive();
+  int failures = 0;
+  for (uint32_t kind : kKinds) {
+    Fresh();
+    kz::fault::Arm(0, kind);  // count only
+    Run();
+    uint64_t calls = kz::fault::CallsSeen();
+    kz::fault::Disarm();
+    for (uint64_t n = 1; n <= calls; ++n) {
+      Fresh();
+      kz::fault::Arm(n, kind);
+      HRESULT hr = Run();
+      kz::fault::Disarm();
+      std::string where =
+          std::string(c.what) + ", kind " + std::to_string(kind) + ", call " + std::to_string(n);
+      EXPECT_FALSE(HasTempFiles(dir_.path())) << where;
+      if (hr >= 0) {
+        // A failure the update may survive (forcing the directory to disk):
+        // the result must be the complete one.
+        if (gone) {
+          EXPECT_FALSE(fs::exists(archive())) << where;
+        } else {
+          EXPECT_EQ(kztest::ReadFile(archive()), success) << where;
+        }
+        continue;
+      }
+      ++failures;
+      if (c.newArchive) {
+        EXPECT_FALSE(fs::exists(archive())) << where;
+      } else {
+        ASSERT_TRUE(fs::exists(archive())) << where;
+        EXPECT_EQ(kztest::ReadFile(archive()), old) << where;
+      }
+      ASSERT_NE(engine_->ErrorFileName, nullptr) << where;
+      EXPECT_NE(engine_->ErrorFileName[0], 0) << where;
+      // The host sees the archive or a source named, never the temporary file.
+      EXPECT_EQ(std::wstring(engine_->ErrorFileName).find(L".kz"), std::wstring::npos) << where;
+      for (const char* f : {"new.txt", "m1", "sub/deep.bin"}) {
+        EXPECT_TRUE(fs::exists(src() / f)) << where << ": source " << f;
+      }
+    }
+  }
+  EXPECT_GT(failures, 10) << c.what;  // the sweep reached the operation's calls
+}
+
+HRESULT AddItems(FakeEngine& e, const fs::path& src, std::vector<std::wstring> items,
+                 uint32_t flags) {
+  KzList* list = kztest::NamesList(items);
+  std::wstring base = EnginePath(src);
+  HRESULT hr = e.CompressFiles(list, base.c_str(), flags);
+  KzList::Free(list);
+  return hr;
+}
+
+HRESULT DeleteItems(FakeEngine& e, std::vector<std::wstring> names) {
+  KzList* list = kztest::NamesList(names);
+  HRESULT hr = e.DeleteFiles(list, KZ_SELECT_WILDCARD);
+  KzList::Free(list);
+  return hr;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Operations, UpdateSweep,
+    ::testing::Values(
+        UpdateCase{"add and replace",
+                   [](FakeEngine& e, const fs::path& s) {
+                     return AddItems(e, s, {L"new.txt", L"m1", L"sub"}, KZ_ADD_REPLACE);
+                   }},
+        UpdateCase{"update",
+                   [](FakeEngine& e, const fs::path& s) {
+                     return AddItems(e, s, {L"m1", L"new.txt"}, KZ_ADD_UPDATE);
+                   }},
+        UpdateCase{"move",
+                   [](FakeEngine& e, const fs::path& s) {
+                     return AddItems(e, s, {L"new.txt"}, KZ_ADD_MOVE);
+                   }},
+        UpdateCase{"create over the old",
+                   [](FakeEngine& e, const fs::path& s) {
+                     return AddItems(e, s, {L"new.txt"}, KZ_ADD_CREATE);
+                   }},
+        UpdateCase{"new archive",
+                   [](FakeEngine& e, const fs::path& s) {
+                     return AddItems(e, s, {L"new.txt", L"sub"}, 0);
+                   },
+                   true},
+        UpdateCase{"delete one",
+                   [](FakeEngine& e, const fs::path&) { return DeleteItems(e, {L"d\\m2"}); }},
+        UpdateCase{"delete all",
+                   [](FakeEngine& e, const fs::path&) {
+                     HRESULT hr = DeleteItems(e, {L"*"});
+                     return hr == KZ_ARC_E_EMPTYARCHIVE ? 0 : hr;
+                   }}),
+    [](const ::testing::TestParamInfo<UpdateCase>& info) {
+      std::string name = info.param.what;
+      for (char& ch : name) {
+        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
+      }
+      return name;
+    });
+
+// With the move, the source goes only when its member is in place.
+TEST(NoDataLostTest, AMoveThatFailsKeepsItsSource) {
+  TempDir dir;
+  kztest::WriteFile(dir / "arc.lzh", SmallArchive());
+  kztest::WriteFile(dir / "src" / "x", std::string("x"));
+  FakeEngine e;
+  e.Open(EnginePath(dir / "arc.lzh"), 40);
+  kz::fault::Arm(1, kz::fault::kRename);  // the replace of the archive
+  HRESULT hr = AddItems(e, dir / "src", {L"x"}, KZ_ADD_MOVE);
+  kz::fault::Disarm();
+  EXPECT_LT(hr, 0);
+  EXPECT_TRUE(fs::exists(dir / "src" / "x"));
+  EXPECT_EQ(kztest::ReadFile(dir / "arc.lzh"), SmallArchive());
+}
+
+// A real limit on file size instead of the seam: the child process may not
+// grow any file past 64 KiB, so the new archive cannot be written.
+TEST(NoDataLostTest, AnOutputThatCannotGrowLeavesTheOldArchive) {
+  TempDir dir;
+  kztest::WriteFile(dir / "arc.lzh", SmallArchive());
+  kztest::WriteFile(dir / "src" / "big", kztest::RandomBytes(200000, 3));
+  pid_t pid = fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limit = {65536, 65536};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    FakeEngine e;
+    e.Open(EnginePath(dir / "arc.lzh"), 40);
+    HRESULT hr = AddItems(e, dir / "src", {L"big"}, 0);
+    bool named = e.ErrorFileName != nullptr && EnginePath(dir / "arc.lzh") == e.ErrorFileName;
+    _exit(hr == kz::HresultFromWin32(ERROR_FILE_TOO_LARGE) && named ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(kztest::ReadFile(dir / "arc.lzh"), SmallArchive());
+  EXPECT_FALSE(HasTempFiles(dir.path()));
+}
+
+// Extraction: a failing call ends the run or only that member; either way
+// no temporary file stays and every file that exists is complete.
+TEST(NoDataLostTest, ExtractionNeverLeavesAPartialFile) {
+  TempDir dir;
+  kztest::WriteFile(dir / "arc.lzh", SmallArchive());
+  auto run = [&](uint32_t kind, uint64_t n) {
+    fs::remove_all(dir / "out");
+    FakeEngine e;
+    e.Open(EnginePath(dir / "arc.lzh"), 40);
+    KzList* all = kztest::NamesList({L"*"});
+    kz::fault::Arm(n, kind);
+    HRESULT hr = e.ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(dir / "out").c_str(), 0);
+    uint64_t calls = kz::fault::CallsSeen();
+    kz::fault::Disarm();
+    KzList::Free(all);
+    return std::make_pair(hr, calls);
+  };
+  const std::pair<const char*, std::string> expected[] = {
+      {"m1", "first member"}, {"d/m2", std::string(70000, 'z')}, {"m3", "third"}};
+  int failures = 0;
+  for (uint32_t kind : kKinds) {
+    uint64_t calls = run(kind, 0).second;
+    for (uint64_t n = 1; n <= calls; ++n) {
+      HRESULT hr = run(kind, n).first;
+      std::string where = "kind " + std::to_string(kind) + ", call " + std::to_string(n);
+      if (hr < 0) ++failures;
+      EXPECT_FALSE(fs::exists(dir / "out") && HasTempFiles(dir / "out")) << where;
+      for (const auto& [name, content] : expected) {
+        fs::path p = dir / "out" / name;
+        if (fs::exists(p)) {
+          EXPECT_EQ(kztest::ReadFile(p), ToBytes(content)) << where << " " << name;
+        }
+      }
+      if (hr >= 0) {
+        for (const auto& [name, content] : expected) {
+          EXPECT_TRUE(fs::exists(dir / "out" / name)) << where;
+        }
+      }
+    }
+  }
+  EXPECT_GT(failures, 10);
+}
+
+}  // namespace

@@ -1,0 +1,350 @@
+// Member names made into paths, and the file-system calls that must never
+// act through a link.
+#include "enginelib/safe_path.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "enginelib/fake_engine.h"
+#include "enginelib/file_stream.h"
+#include "platform/fs.h"
+#include "support/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kztest::EnginePath;
+using kztest::TempDir;
+
+struct SanitizeCase {
+  const wchar_t* name;
+  uint32_t mode;
+  const wchar_t* path;
+  bool dropped;
+};
+
+void PrintTo(const SanitizeCase& c, std::ostream* os) { *os << kztest::Narrow(c.name); }
+
+class SanitizeTest : public ::testing::TestWithParam<SanitizeCase> {};
+
+TEST_P(SanitizeTest, StaysBelowTheDestination) {
+  const SanitizeCase& c = GetParam();
+  kz::SanitizeResult r = kz::SanitizeMemberPath(c.name, c.mode);
+  EXPECT_EQ(r.Path, c.path);
+  EXPECT_EQ(r.Dropped, c.dropped);
+  // Whatever came in, no component of what goes out can climb or root.
+  if (r.Path.empty()) return;
+  EXPECT_NE(r.Path.front(), L'\\');
+  for (size_t start = 0; start <= r.Path.size();) {
+    size_t end = r.Path.find(L'\\', start);
+    if (end == std::wstring::npos) end = r.Path.size();
+    std::wstring part = r.Path.substr(start, end - start);
+    EXPECT_FALSE(part.empty());
+    EXPECT_NE(part, L"..");
+    EXPECT_NE(part, L".");
+    start = end + 1;
+  }
+}
+
+constexpr uint32_t R = KZ_PATHS_RELATIVE;
+constexpr uint32_t N = KZ_PATHS_NONE;
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, SanitizeTest,
+    ::testing::Values(SanitizeCase{L"a\\b.txt", R, L"a\\b.txt", false},
+                      SanitizeCase{L"a/b.txt", R, L"a\\b.txt", false},
+                      SanitizeCase{L"/etc/passwd", R, L"etc\\passwd", true},
+                      SanitizeCase{L"\\etc\\passwd", R, L"etc\\passwd", true},
+                      SanitizeCase{L"C:\\Windows\\win.ini", R, L"Windows\\win.ini", true},
+                      SanitizeCase{L"c:relative.txt", R, L"relative.txt", true},
+                      SanitizeCase{L"\\\\?\\C:\\x\\y", R, L"x\\y", true},
+                      SanitizeCase{L"\\\\?\\UNC\\server\\share\\f", R, L"server\\share\\f", true},
+                      SanitizeCase{L"\\\\?\\unc\\server\\f", R, L"server\\f", true},
+                      SanitizeCase{L"\\\\.\\pipe\\x", R, L"pipe\\x", true},
+                      SanitizeCase{L"\\\\server\\share\\f", R, L"server\\share\\f", true},
+                      SanitizeCase{L"//server/share/f", R, L"server\\share\\f", true},
+                      SanitizeCase{L"..\\..\\etc\\x", R, L"etc\\x", true},
+                      SanitizeCase{L"a\\..\\..\\b", R, L"a\\b", true},
+                      SanitizeCase{L"a/../../../../tmp/x", R, L"a\\tmp\\x", true},
+                      SanitizeCase{L"./a/./b", R, L"a\\b", false},
+                      SanitizeCase{L"a//b\\\\c\\", R, L"a\\b\\c", false},
+                      SanitizeCase{L"a\\...\\b", R, L"a\\b", true},
+                      SanitizeCase{L"a\\.. \\b", R, L"a\\b", true},
+                      SanitizeCase{L"..", R, L"", true}, SanitizeCase{L"\\", R, L"", true},
+                      SanitizeCase{L"C:", R, L"", true}, SanitizeCase{L"", R, L"", false},
+                      SanitizeCase{L"x\x1b[31my", R, L"x_[31my", false},
+                      SanitizeCase{L"tab\there\nline", R, L"tab_here_line", false},
+                      SanitizeCase{L"del\x7f", R, L"del_", false},
+                      SanitizeCase{L"csi\x9b"
+                                   L"2J",
+                                   R, L"csi_2J", false},
+                      SanitizeCase{L".hidden\\f", R, L".hidden\\f", false},
+                      SanitizeCase{L"dir\\sub\\f.txt", N, L"f.txt", false},
+                      SanitizeCase{L"../../x", N, L"x", true},
+                      SanitizeCase{L"dir\\", N, L"dir", false},
+                      SanitizeCase{L"/abs/..", N, L"abs", true}));
+
+TEST(SafePathTest, NullNameIsEmpty) {
+  EXPECT_TRUE(kz::SanitizeMemberPath(nullptr, R).Path.empty());
+  EXPECT_TRUE(kz::MakeRelativeName(nullptr).empty());
+}
+
+TEST(SafePathTest, ArchiveNamesLoseRootsAndClimbsButKeepTheirCharacters) {
+  struct Case {
+    const wchar_t* path;
+    const wchar_t* name;
+  } cases[] = {
+      {L"/home/u/a.txt", L"home\\u\\a.txt"},
+      {L"C:\\x\\y", L"x\\y"},
+      {L"\\\\?\\C:\\x", L"x"},
+      {L"./a", L"a"},
+      {L"../a", L"a"},
+      {L"a/./b/../c", L"a\\b\\c"},
+      {L"x\x01y", L"x\x01y"},
+      {L"dir/", L"dir"},
+      {L"/", L""},
+  };
+  for (const Case& c : cases) EXPECT_EQ(kz::MakeRelativeName(c.path), c.name) << c.path;
+}
+
+TEST(SafePathTest, AbsolutePaths) {
+  EXPECT_TRUE(kz::IsAbsolutePath(L"/x"));
+  EXPECT_TRUE(kz::IsAbsolutePath(L"\\x"));
+  EXPECT_TRUE(kz::IsAbsolutePath(L"C:\\x"));
+  EXPECT_TRUE(kz::IsAbsolutePath(L"C:x"));
+  EXPECT_FALSE(kz::IsAbsolutePath(L"x"));
+  EXPECT_FALSE(kz::IsAbsolutePath(L"./x"));
+  EXPECT_FALSE(kz::IsAbsolutePath(L""));
+  EXPECT_FALSE(kz::IsAbsolutePath(nullptr));
+}
+
+TEST(SafePathTest, MemberNamesCompareWithSeparatorsAlikeAndAsciiCaseIgnored) {
+  struct Case {
+    const wchar_t* a;
+    const wchar_t* b;
+    bool same;
+  } cases[] = {
+      {L"Dir/File.TXT", L"dir\\file.txt", true},
+      {L"a", L"a", true},
+      {L"a", L"a ", false},
+      {L"a\\b", L"a\\bc", false},
+      {L"\u00e4", L"\u00c4", false},  // only ASCII folds
+      {L"", L"", true},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(kz::SameMemberName(c.a, c.b), c.same) << c.a << " / " << c.b;
+    EXPECT_EQ(kz::MemberNameKey(c.a) == kz::MemberNameKey(c.b), c.same) << c.a << " / " << c.b;
+  }
+}
+
+// ---- platform/fs.h ----------------------------------------------------------
+
+TEST(FsTest, QueryEntryReportsLinksAndQueryTargetFollowsThem) {
+  TempDir dir;
+  kztest::WriteFile(dir / "file", std::string("abc"));
+  fs::create_directory(dir / "sub");
+  fs::create_symlink(dir / "file", dir / "link");
+  fs::create_symlink(dir / "nowhere", dir / "dangling");
+  struct Case {
+    const char* name;
+    kz::fs::EntryType entry;
+    kz::fs::EntryType target;
+  } cases[] = {
+      {"file", kz::fs::EntryType::File, kz::fs::EntryType::File},
+      {"sub", kz::fs::EntryType::Directory, kz::fs::EntryType::Directory},
+      {"link", kz::fs::EntryType::Link, kz::fs::EntryType::File},
+      {"dangling", kz::fs::EntryType::Link, kz::fs::EntryType::Missing},
+      {"missing", kz::fs::EntryType::Missing, kz::fs::EntryType::Missing},
+      {"file/below", kz::fs::EntryType::Missing, kz::fs::EntryType::Missing},
+  };
+  for (const Case& c : cases) {
+    std::wstring path = EnginePath(dir / c.name);
+    kz::fs::EntryInfo info;
+    ASSERT_TRUE(kz::fs::QueryEntry(path.c_str(), info)) << c.name;
+    EXPECT_EQ(info.Type, c.entry) << c.name;
+    ASSERT_TRUE(kz::fs::QueryTarget(path.c_str(), info)) << c.name;
+    EXPECT_EQ(info.Type, c.target) << c.name;
+  }
+  kz::fs::EntryInfo info;
+  ASSERT_TRUE(kz::fs::QueryTarget(EnginePath(dir / "link").c_str(), info));
+  EXPECT_EQ(info.Size, 3u);
+  kz::fs::EntryInfo same;
+  ASSERT_TRUE(kz::fs::QueryEntry(EnginePath(dir / "file").c_str(), same));
+  EXPECT_EQ(info.FileIndex, same.FileIndex);
+  EXPECT_EQ(info.Volume, same.Volume);
+}
+
+TEST(FsTest, ReplaceFileReplacesALinkAndNeverWritesThroughIt) {
+  TempDir dir;
+  fs::create_directory(dir / "outside");
+  kztest::WriteFile(dir / "outside" / "victim", std::string("precious"));
+  fs::create_directory(dir / "dest");
+  fs::create_symlink(dir / "outside" / "victim", dir / "dest" / "name");
+  kztest::WriteFile(dir / "dest" / "temp", std::string("new"));
+  ASSERT_TRUE(kz::fs::ReplaceFile(EnginePath(dir / "dest" / "temp").c_str(),
+                                  EnginePath(dir / "dest" / "name").c_str()));
+  EXPECT_FALSE(fs::is_symlink(dir / "dest" / "name"));
+  EXPECT_EQ(kztest::ReadFile(dir / "dest" / "name"), kztest::ToBytes("new"));
+  EXPECT_EQ(kztest::ReadFile(dir / "outside" / "victim"), kztest::ToBytes("precious"));
+  EXPECT_FALSE(fs::exists(dir / "dest" / "temp"));
+}
+
+TEST(FsTest, TimesAndPermissionsRefuseOrSkipAFinalLink) {
+  TempDir dir;
+  kztest::WriteFile(dir / "target", std::string("t"));
+  chmod((dir / "target").c_str(), 0600);
+  fs::create_symlink(dir / "target", dir / "link");
+  std::wstring link = EnginePath(dir / "link");
+  struct stat before;
+  ASSERT_EQ(stat((dir / "target").c_str(), &before), 0);
+
+  EXPECT_FALSE(kz::fs::SetPermissions(link.c_str(), 0777));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_CANT_RESOLVE_FILENAME));
+  EXPECT_FALSE(kz::fs::SyncFile(link.c_str()));
+  ASSERT_TRUE(kz::fs::SetModTime(link.c_str(), 1000000000));  // the link's own time
+
+  struct stat after;
+  ASSERT_EQ(stat((dir / "target").c_str(), &after), 0);
+  EXPECT_EQ(after.st_mode & 07777, 0600u);
+  EXPECT_EQ(after.st_mtime, before.st_mtime);
+  struct stat own;
+  ASSERT_EQ(lstat((dir / "link").c_str(), &own), 0);
+  EXPECT_EQ(own.st_mtime, 1000000000);
+
+  std::wstring target = EnginePath(dir / "target");
+  ASSERT_TRUE(kz::fs::SetPermissions(target.c_str(), 0444));
+  ASSERT_TRUE(kz::fs::SetModTime(target.c_str(), 1200000000));
+  ASSERT_TRUE(kz::fs::SyncFile(target.c_str()));
+  ASSERT_EQ(stat((dir / "target").c_str(), &after), 0);
+  EXPECT_EQ(after.st_mode & 07777, 0444u);
+  EXPECT_EQ(after.st_mtime, 1200000000);
+}
+
+TEST(FsTest, DirectoriesAreMadeOneByOneOrAsAPath) {
+  TempDir dir;
+  std::wstring one = EnginePath(dir / "one");
+  ASSERT_TRUE(kz::fs::MakeDirectory(one.c_str()));
+  EXPECT_TRUE(fs::is_directory(dir / "one"));
+  EXPECT_FALSE(kz::fs::MakeDirectory(one.c_str()));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_EXISTS));
+
+  ASSERT_TRUE(kz::fs::MakeDirectories(EnginePath(dir / "a" / "b" / "c").c_str()));
+  EXPECT_TRUE(fs::is_directory(dir / "a" / "b" / "c"));
+  ASSERT_TRUE(kz::fs::MakeDirectories(EnginePath(dir / "a" / "b").c_str()));  // exists: fine
+
+  kztest::WriteFile(dir / "file", std::string("x"));
+  EXPECT_FALSE(kz::fs::MakeDirectories(EnginePath(dir / "file" / "sub").c_str()));
+  EXPECT_TRUE(kz::fs::SyncDirectory(EnginePath(dir / "a").c_str()));
+}
+
+TEST(FsTest, ListingIsSortedTypedAndRefusesALinkedDirectory) {
+  TempDir dir;
+  fs::create_directory(dir / "d");
+  for (const char* n : {"b", "a", "C", "ä"}) kztest::WriteFile(dir / "d" / n, std::string(n));
+  fs::create_directory(dir / "d" / "sub");
+  fs::create_symlink(dir / "d" / "a", dir / "d" / "ln");
+  fs::create_symlink(dir / "d", dir / "dlink");
+
+  std::vector<kz::fs::DirEntry> entries;
+  ASSERT_TRUE(kz::fs::ListDirectory(EnginePath(dir / "d").c_str(), entries));
+  std::vector<std::wstring> names;
+  for (const auto& e : entries) names.push_back(e.Name);
+  EXPECT_EQ(names, (std::vector<std::wstring>{L"C", L"a", L"b", L"ln", L"sub", L"\u00e4"}));
+  EXPECT_EQ(entries[3].Type, kz::fs::EntryType::Link);
+  EXPECT_EQ(entries[4].Type, kz::fs::EntryType::Directory);
+  EXPECT_EQ(entries[1].Type, kz::fs::EntryType::File);
+
+  EXPECT_FALSE(kz::fs::ListDirectory(EnginePath(dir / "dlink").c_str(), entries));
+  EXPECT_FALSE(kz::fs::ListDirectory(EnginePath(dir / "missing").c_str(), entries));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+}
+
+TEST(FsTest, PathPieces) {
+  struct Case {
+    const wchar_t* path;
+    const wchar_t* parent;
+    const wchar_t* last;
+  } cases[] = {
+      {L"a\\b\\c", L"a\\b", L"c"},   {L"c", L"", L"c"},         {L"\\c", L"\\", L"c"},
+      {L"\\\\x\\c", L"\\\\x", L"c"}, {L"a\\b\\", L"a", L"b\\"}, {L"a/b", L"a", L"b"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(kz::fs::ParentOf(c.path), c.parent) << c.path;
+    EXPECT_STREQ(kz::fs::LastComponent(c.path), c.last) << c.path;
+  }
+  std::wstring t1 = kz::fs::TempFileName();
+  std::wstring t2 = kz::fs::TempFileName();
+  EXPECT_NE(t1, t2);
+  EXPECT_EQ(t1.substr(0, 3), L".kz");
+  EXPECT_EQ(t1.substr(t1.size() - 4), L".tmp");
+}
+
+TEST(FsTest, ResolveLinksFollowsEveryLink) {
+  TempDir dir;
+  fs::create_directory(dir / "real");
+  kztest::WriteFile(dir / "real" / "f", std::string("x"));
+  fs::create_symlink(dir / "real", dir / "via");
+  std::wstring resolved = kz::fs::ResolveLinks(EnginePath(dir / "via" / "f").c_str());
+  EXPECT_EQ(resolved, EnginePath(fs::canonical(dir / "real" / "f")));
+  std::wstring missing = EnginePath(dir / "missing");
+  EXPECT_EQ(kz::fs::ResolveLinks(missing.c_str()), missing);
+}
+
+// Each call passes through the seam under its kind, so a sweep reaches it.
+TEST(FsTest, EveryCallThatCanFailHonoursTheFaultSeam) {
+  TempDir dir;
+  kztest::WriteFile(dir / "f", std::string("x"));
+  fs::create_directory(dir / "d");
+  std::wstring f = EnginePath(dir / "f");
+  std::wstring d = EnginePath(dir / "d");
+  std::wstring n = EnginePath(dir / "new");
+  struct Case {
+    const char* what;
+    uint32_t kind;
+    std::function<BOOL()> call;
+  } cases[] = {
+      {"QueryEntry", kz::fault::kOpen,
+       [&] {
+         kz::fs::EntryInfo i;
+         return kz::fs::QueryEntry(f.c_str(), i);
+       }},
+      {"QueryTarget", kz::fault::kOpen,
+       [&] {
+         kz::fs::EntryInfo i;
+         return kz::fs::QueryTarget(f.c_str(), i);
+       }},
+      {"ListDirectory", kz::fault::kOpen,
+       [&] {
+         std::vector<kz::fs::DirEntry> e;
+         return kz::fs::ListDirectory(d.c_str(), e);
+       }},
+      {"MakeDirectory", kz::fault::kCreate, [&] { return kz::fs::MakeDirectory(n.c_str()); }},
+      {"MakeDirectories", kz::fault::kCreate, [&] { return kz::fs::MakeDirectories(n.c_str()); }},
+      {"ReplaceFile", kz::fault::kRename,
+       [&] { return kz::fs::ReplaceFile(f.c_str(), n.c_str()); }},
+      {"RemoveFile", kz::fault::kRename, [&] { return kz::fs::RemoveFile(f.c_str()); }},
+      {"SetModTime", kz::fault::kWrite, [&] { return kz::fs::SetModTime(f.c_str(), 0); }},
+      {"SetPermissions", kz::fault::kWrite,
+       [&] { return kz::fs::SetPermissions(f.c_str(), 0600); }},
+      {"SyncFile", kz::fault::kWrite, [&] { return kz::fs::SyncFile(f.c_str()); }},
+      {"SyncDirectory", kz::fault::kWrite, [&] { return kz::fs::SyncDirectory(d.c_str()); }},
+  };
+  for (const Case& c : cases) {
+    SetLastError(0);
+    kz::fault::Arm(1, c.kind);
+    BOOL ok = c.call();
+    kz::fault::Disarm();
+    EXPECT_FALSE(ok) << c.what;
+    EXPECT_NE(GetLastError(), 0u) << c.what;
+  }
+  // Nothing was done by the failed calls.
+  EXPECT_TRUE(fs::exists(dir / "f"));
+  EXPECT_FALSE(fs::exists(dir / "new"));
+}
+
+}  // namespace

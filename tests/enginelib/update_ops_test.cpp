@@ -1,0 +1,410 @@
+// Adding to and deleting from archives through the library's update
+// operations: members that stay come out byte for byte, directories are
+// walked deterministically, and nothing is lost when an update cannot
+// finish.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "enginelib/fake_engine.h"
+#include "enginelib/names.h"
+#include "enginelib/safe_path.h"
+#include "support/archive_builder.h"
+#include "support/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kztest::ArchiveBuilder;
+using kztest::Bytes;
+using kztest::EnginePath;
+using kztest::FakeEngine;
+using kztest::MemberSpec;
+using kztest::TempDir;
+using kztest::ToBytes;
+
+const uint32_t kMemberTime = kztest::DosTime(2020, 1, 1, 12, 0, 0);
+
+MemberSpec Stored(const std::string& name, const std::string& content) {
+  MemberSpec spec;
+  spec.level = 0;
+  spec.name = name;
+  spec.packed = ToBytes(content);
+  spec.originalSize = static_cast<uint32_t>(content.size());
+  spec.crc = kztest::Crc16(spec.packed);
+  spec.timeStamp = kMemberTime;
+  return spec;
+}
+
+// Every member's raw bytes (header and data), by name, in archive order.
+std::vector<std::pair<std::wstring, Bytes>> RawMembers(const fs::path& archive,
+                                                       uint64_t firstHeader = 0) {
+  FakeEngine e;
+  e.Open(EnginePath(archive), firstHeader);
+  KzList* list = KzList::Create(KZ_LIST_MEMBERS);
+  KzList* all = kztest::NamesList({});
+  e.EnumerateMembers(all, 0, list);
+  Bytes bytes = kztest::ReadFile(archive);
+  std::vector<std::pair<std::wstring, Bytes>> out;
+  for (void* item : KzListItems(list)) {
+    const auto* r = static_cast<const LhaHeader*>(item);
+    auto begin = bytes.begin() + static_cast<ptrdiff_t>(r->HeaderPos);
+    out.emplace_back(r->Name, Bytes(begin, begin + r->HeaderLength + r->PackedSize));
+  }
+  KzList::Free(list);
+  KzList::Free(all);
+  return out;
+}
+
+std::vector<std::wstring> Names(const std::vector<std::pair<std::wstring, Bytes>>& members) {
+  std::vector<std::wstring> out;
+  for (const auto& m : members) out.push_back(m.first);
+  return out;
+}
+
+const Bytes* Find(const std::vector<std::pair<std::wstring, Bytes>>& members,
+                  const std::wstring& name) {
+  for (const auto& m : members) {
+    if (m.first == name) return &m.second;
+  }
+  return nullptr;
+}
+
+// The stored content of a member (level 0: data behind the header).
+std::string Content(const Bytes& raw) {
+  size_t header = raw[0] + 2u;
+  return std::string(raw.begin() + static_cast<ptrdiff_t>(header), raw.end());
+}
+
+bool HasTempFiles(const fs::path& dir) {
+  for (const auto& e : fs::directory_iterator(dir)) {
+    if (e.path().filename().string().rfind(".kz", 0) == 0) return true;
+  }
+  return false;
+}
+
+void SetMTime(const fs::path& p, int64_t t) {
+  struct timespec times[2] = {{static_cast<time_t>(t), 0}, {static_cast<time_t>(t), 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, p.c_str(), times, 0), 0);
+}
+
+class UpdateTest : public ::testing::Test {
+ protected:
+  // An archive of three members, optionally behind a stub.
+  void MakeArchive(const Bytes& stub = {}) {
+    ArchiveBuilder b;
+    if (!stub.empty()) b.Stub(stub);
+    b.Member(Stored("m1", "one")).Member(Stored("dir\\m2", "two")).Member(Stored("m3", "three"));
+    b.End();
+    b.WriteTo(archive());
+    old_ = b.Bytes();
+    first_ = stub.size();
+    Reopen();
+  }
+  void Reopen() { ASSERT_EQ(engine_.Open(EnginePath(archive()), first_), 0); }
+  fs::path archive() const { return dir_ / "arc.lzh"; }
+  fs::path src() const { return dir_ / "src"; }
+  void Source(const std::string& rel, const std::string& content) {
+    kztest::WriteFile(src() / rel, content);
+  }
+  HRESULT Add(const std::vector<std::wstring>& items, uint32_t flags = 0, bool base = true) {
+    KzList* list = kztest::NamesList(items);
+    std::wstring baseDir = EnginePath(src());
+    HRESULT hr = engine_.CompressFiles(list, base ? baseDir.c_str() : nullptr, flags);
+    KzList::Free(list);
+    return hr;
+  }
+  HRESULT Delete(const std::vector<std::wstring>& names, intptr_t flags = KZ_SELECT_EXACT) {
+    KzList* list = kztest::NamesList(names);
+    HRESULT hr = engine_.DeleteFiles(list, flags);
+    KzList::Free(list);
+    return hr;
+  }
+  void ExpectUntouched() {
+    EXPECT_EQ(kztest::ReadFile(archive()), old_);
+    EXPECT_FALSE(HasTempFiles(dir_.path()));
+  }
+
+  TempDir dir_;
+  FakeEngine engine_;
+  Bytes old_;
+  uint64_t first_ = 0;
+};
+
+TEST_F(UpdateTest, AddingKeepsEveryOldMemberAndTheStubByteForByte) {
+  MakeArchive(Bytes(300, 'M'));
+  Source("new1", "n1");
+  Source("new2", "n2");
+  ASSERT_EQ(Add({L"new1", L"new2"}), 0);
+  Bytes now = kztest::ReadFile(archive());
+  // Old archive without its end marker, then the new members.
+  ASSERT_GT(now.size(), old_.size());
+  EXPECT_TRUE(std::equal(old_.begin(), old_.end() - 1, now.begin()));
+  auto members = RawMembers(archive(), first_);
+  EXPECT_EQ(Names(members),
+            (std::vector<std::wstring>{L"m1", L"dir\\m2", L"m3", L"new1", L"new2"}));
+  EXPECT_EQ(Content(*Find(members, L"new2")), "n2");
+  EXPECT_EQ(now.back(), 0);
+  EXPECT_FALSE(HasTempFiles(dir_.path()));
+}
+
+TEST_F(UpdateTest, ReplacingDropsTheMemberOfTheSameNameWhateverItsCaseAndSeparators) {
+  MakeArchive();
+  auto before = RawMembers(archive());
+  Source("DIR/M2", "replaced");
+  ASSERT_EQ(Add({L"DIR/M2"}), 0);
+  auto after = RawMembers(archive());
+  EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3", L"DIR\\M2"}));
+  EXPECT_EQ(*Find(after, L"m1"), *Find(before, L"m1"));
+  EXPECT_EQ(*Find(after, L"m3"), *Find(before, L"m3"));
+  EXPECT_EQ(Content(*Find(after, L"DIR\\M2")), "replaced");
+}
+
+TEST_F(UpdateTest, UpdateAddsOnlySourcesNewerThanTheirMembers) {
+  MakeArchive();
+  const int64_t memberTime = kz::DosToUnixTime(kMemberTime);
+  Source("m1", "older");
+  SetMTime(src() / "m1", memberTime - 100);
+  Source("m3", "same second");
+  SetMTime(src() / "m3", memberTime + 1);  // DOS times keep even seconds: not newer
+  ASSERT_EQ(Add({L"m1", L"m3"}, KZ_ADD_UPDATE), 0);
+  ExpectUntouched();  // nothing newer: the archive was not rewritten
+
+  Source("dir/m2", "newer");
+  SetMTime(src() / "dir" / "m2", memberTime + 100);
+  ASSERT_EQ(Add({L"m1", L"dir/m2", L"m3"}, KZ_ADD_UPDATE), 0);
+  auto after = RawMembers(archive());
+  EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3", L"dir\\m2"}));
+  EXPECT_EQ(Content(*Find(after, L"m1")), "one");
+  EXPECT_EQ(Content(*Find(after, L"dir\\m2")), "newer");
+  EXPECT_EQ(engine_.Calls, (std::vector<std::wstring>{L"Compress:dir\\m2"}));
+}
+
+TEST_F(UpdateTest, CreateRebuildsTheArchiveFromTheSourcesAlone) {
+  MakeArchive(Bytes(100, 'S'));
+  Source("only", "o");
+  ASSERT_EQ(Add({L"only"}, KZ_ADD_CREATE), 0);
+  EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{L"only"}));
+  EXPECT_EQ(engine_.FirstHeaderPos, 0u);
+}
+
+TEST_F(UpdateTest, ANewArchiveIsCreatedOnlyWhenThereIsAFileToAdd) {
+  Reopen();
+  fs::create_directories(src() / "empty");
+  ASSERT_EQ(Add({L"empty"}), 0);
+  EXPECT_FALSE(fs::exists(archive()));
+  Source("f", "x");
+  ASSERT_EQ(Add({L"f"}), 0);
+  EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{L"f"}));
+  EXPECT_EQ(engine_.NewArchive, 0u);
+  // The object now knows the archive exists: a second add appends.
+  Source("g", "y");
+  ASSERT_EQ(Add({L"g"}), 0);
+  EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{L"f", L"g"}));
+}
+
+TEST_F(UpdateTest, DirectoriesAreWalkedSortedWithoutFollowingLinksToDirectories) {
+  Reopen();
+  Source("tree/b.txt", "b");
+  Source("tree/a.txt", "a");
+  Source("tree/sub/z.txt", "z");
+  fs::create_directories(src() / "tree" / "empty");
+  fs::create_symlink(src() / "tree" / "a.txt", src() / "tree" / "c-link.txt");
+  fs::create_symlink(src() / "tree", src() / "tree" / "loop");
+  ASSERT_EQ(mkfifo((src() / "tree" / "fifo").c_str(), 0600), 0);
+  ASSERT_EQ(Add({L"tree"}), 0);
+  EXPECT_EQ(engine_.Calls, (std::vector<std::wstring>{
+                               L"Directory:tree", L"Compress:tree\\a.txt", L"Compress:tree\\b.txt",
+                               L"Compress:tree\\c-link.txt", L"Directory:tree\\empty",
+                               L"Directory:tree\\sub", L"Compress:tree\\sub\\z.txt"}));
+  auto members = RawMembers(archive());
+  EXPECT_EQ(Content(*Find(members, L"tree\\c-link.txt")), "a");
+}
+
+TEST_F(UpdateTest, ExcludedNamesAreLeftOut) {
+  Reopen();
+  Source("p/keep.c", "k");
+  Source("p/drop.o", "d");
+  Source("p/skipdir/x.c", "x");
+  std::wstring objects = L"*.o";
+  std::wstring skipdir = L"p\\skipdir";
+  ASSERT_EQ(engine_.SetOptions(KZ_OPT_EXCLUDE, reinterpret_cast<intptr_t>(objects.c_str()), 0), 0);
+  ASSERT_EQ(engine_.SetOptions(KZ_OPT_EXCLUDE, reinterpret_cast<intptr_t>(skipdir.c_str()), 0), 0);
+  ASSERT_EQ(Add({L"p"}), 0);
+  EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{L"p\\keep.c"}));
+}
+
+TEST_F(UpdateTest, NamesAreRelativeToTheBaseDirectory) {
+  Reopen();
+  Source("d/f.txt", "f");
+  std::wstring absolute = EnginePath(src() / "d" / "f.txt");
+  struct Case {
+    const char* what;
+    std::wstring item;
+    bool base;
+    uint32_t paths;
+    std::wstring name;
+  } cases[] = {
+      {"relative under the base", L"d/f.txt", true, KZ_PATHS_RELATIVE, L"d\\f.txt"},
+      {"absolute under the base", absolute, true, KZ_PATHS_RELATIVE, L"d\\f.txt"},
+      {"absolute without a base", absolute, false, KZ_PATHS_RELATIVE,
+       kz::MakeRelativeName(absolute.c_str())},
+      {"last component only", L"d/f.txt", true, KZ_PATHS_NONE, L"f.txt"},
+  };
+  for (const Case& c : cases) {
+    fs::remove(archive());
+    Reopen();
+    ASSERT_EQ(engine_.SetOptions(KZ_OPT_PATHS, c.paths, 0), 0);
+    ASSERT_EQ(Add({c.item}, 0, c.base), 0) << c.what;
+    EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{c.name})) << c.what;
+  }
+}
+
+TEST_F(UpdateTest, TheArchiveIsNeverAddedToItself) {
+  fs::create_directories(src());
+  ArchiveBuilder b;
+  b.Member(Stored("m1", "one")).End();
+  b.WriteTo(src() / "self.lzh");
+  ASSERT_EQ(engine_.Open(EnginePath(src() / "self.lzh")), 0);
+  Source("f", "x");
+  ASSERT_EQ(Add({L"."}), 0);
+  EXPECT_EQ(Names(RawMembers(src() / "self.lzh")), (std::vector<std::wstring>{L"m1", L"f"}));
+  EXPECT_TRUE(std::count(engine_.Calls.begin(), engine_.Calls.end(), L"Compress:self.lzh") == 0);
+}
+
+TEST_F(UpdateTest, MoveDeletesTheAddedSourcesOnlyOnceTheArchiveIsInPlace) {
+  MakeArchive();
+  Source("mv/a", "a");
+  Source("mv/b", "b");
+  ASSERT_EQ(Add({L"mv"}, KZ_ADD_MOVE), 0);
+  EXPECT_FALSE(fs::exists(src() / "mv" / "a"));
+  EXPECT_FALSE(fs::exists(src() / "mv" / "b"));
+  EXPECT_TRUE(fs::is_directory(src() / "mv"));  // directories stay
+  EXPECT_EQ(Content(*Find(RawMembers(archive()), L"mv\\b")), "b");
+
+  old_ = kztest::ReadFile(archive());
+  Source("mv2/a", "a");
+  EXPECT_LT(Add({L"mv2/a", L"mv2/missing"}, KZ_ADD_MOVE), 0);
+  ExpectUntouched();
+  EXPECT_TRUE(fs::exists(src() / "mv2" / "a"));
+}
+
+TEST_F(UpdateTest, AMissingSourceStopsTheUpdateAndNamesTheSource) {
+  MakeArchive();
+  Source("here", "h");
+  EXPECT_EQ(Add({L"here", L"gone"}), kz::HresultFromWin32(ERROR_FILE_NOT_FOUND));
+  ASSERT_NE(engine_.ErrorFileName, nullptr);
+  EXPECT_EQ(engine_.ErrorFileName, EnginePath(src() / "gone"));
+  ExpectUntouched();
+}
+
+TEST_F(UpdateTest, AStopFromProgressLeavesTheOldArchive) {
+  MakeArchive();
+  Source("big", std::string(300000, 'b'));
+  uint64_t stopPast = 100000;
+  KzCallbacks cb{};
+  cb.Size = sizeof cb;
+  cb.Progress = [](void* limit, const wchar_t*, uint64_t done, uint64_t) -> int {
+    return done >= *static_cast<uint64_t*>(limit);
+  };
+  engine_.SetCallbacks(&cb, &stopPast);
+  EXPECT_EQ(Add({L"big"}), KZ_E_ABORT);
+  ExpectUntouched();
+  stopPast = 0;  // a delete reports its way through the archive, and stops too
+  EXPECT_EQ(Delete({L"m1"}), KZ_E_ABORT);
+  ExpectUntouched();
+}
+
+TEST_F(UpdateTest, DeletingCopiesTheOtherMembersByteForByte) {
+  MakeArchive(Bytes(50, 'S'));
+  auto before = RawMembers(archive(), first_);
+  ASSERT_EQ(Delete({L"DIR/M2"}, KZ_SELECT_NOCASE), 0);
+  auto after = RawMembers(archive(), first_);
+  EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3"}));
+  EXPECT_EQ(*Find(after, L"m1"), *Find(before, L"m1"));
+  EXPECT_EQ(*Find(after, L"m3"), *Find(before, L"m3"));
+  Bytes now = kztest::ReadFile(archive());
+  EXPECT_TRUE(std::equal(old_.begin(), old_.begin() + 50, now.begin()));  // the stub stays
+}
+
+TEST_F(UpdateTest, DeletingNothingLeavesTheArchiveAndWarns) {
+  MakeArchive();
+  EXPECT_EQ(Delete({L"nope"}), 0);
+  ExpectUntouched();
+  bool warned = false;
+  for (void* item : KzListItems(engine_.GetLogList())) {
+    const auto* e = static_cast<const KzLogEntry*>(item);
+    warned |= e->Level == KZ_LOG_WARNING && std::wstring(e->Text).find(L"no member matched") == 0;
+  }
+  EXPECT_TRUE(warned);
+}
+
+TEST_F(UpdateTest, DeletingEveryMemberRemovesTheArchive) {
+  MakeArchive();
+  EXPECT_EQ(Delete({L"*"}, KZ_SELECT_WILDCARD), KZ_ARC_E_EMPTYARCHIVE);
+  EXPECT_FALSE(fs::exists(archive()));
+  EXPECT_FALSE(HasTempFiles(dir_.path()));
+  EXPECT_EQ(engine_.ErrorFileName, EnginePath(archive()));
+  EXPECT_EQ(engine_.NewArchive, 1u);
+}
+
+TEST_F(UpdateTest, AnArchiveWithAnUnreadableHeaderInsideIsLeftAlone) {
+  ArchiveBuilder b;
+  MemberSpec broken = Stored("m2", "two");
+  broken.checksumDelta = 1;
+  b.Member(Stored("m1", "one")).Member(broken).Member(Stored("m3", "three")).End();
+  b.WriteTo(archive());
+  old_ = b.Bytes();
+  Reopen();
+  Source("x", "x");
+  EXPECT_EQ(Add({L"x"}), KZ_ARC_E_BADHEADER);
+  ExpectUntouched();
+  EXPECT_EQ(Delete({L"m1"}), KZ_ARC_E_BADHEADER);
+  ExpectUntouched();
+}
+
+TEST_F(UpdateTest, AnArchiveThatEndsInsideAMemberIsLeftAlone) {
+  ArchiveBuilder b;
+  b.Member(Stored("m1", "one")).Member(Stored("m2", std::string(1000, 'x')));
+  Bytes cut(b.Bytes().begin(), b.Bytes().end() - 10);
+  kztest::WriteFile(archive(), cut);
+  old_ = cut;
+  Reopen();
+  EXPECT_EQ(Delete({L"m1"}), kz::HresultFromWin32(ERROR_HANDLE_EOF));
+  ExpectUntouched();
+}
+
+TEST_F(UpdateTest, TheArchiveKeepsItsPermissionsAndALinkToItStaysALink) {
+  fs::create_directories(dir_ / "real");
+  ArchiveBuilder b;
+  b.Member(Stored("m1", "one")).Member(Stored("m2", "two")).End();
+  b.WriteTo(dir_ / "real" / "arc.lzh");
+  chmod((dir_ / "real" / "arc.lzh").c_str(), 0640);
+  fs::create_symlink(dir_ / "real" / "arc.lzh", archive());
+  Reopen();
+  ASSERT_EQ(Delete({L"m1"}), 0);
+  EXPECT_TRUE(fs::is_symlink(archive()));
+  EXPECT_EQ(Names(RawMembers(dir_ / "real" / "arc.lzh")), (std::vector<std::wstring>{L"m2"}));
+  struct stat st;
+  ASSERT_EQ(stat((dir_ / "real" / "arc.lzh").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+  EXPECT_FALSE(HasTempFiles(dir_ / "real"));
+  EXPECT_EQ(engine_.ArchivePath.c_str(), EnginePath(archive()));
+}
+
+TEST_F(UpdateTest, AnArchiveThatAppearedAfterOpeningIsNotTakenOver) {
+  Reopen();  // opened as new
+  kztest::WriteFile(archive(), std::string("someone else's file"));
+  old_ = kztest::ReadFile(archive());
+  Source("f", "x");
+  EXPECT_EQ(Add({L"f"}), kz::HresultFromWin32(ERROR_FILE_EXISTS));
+  ExpectUntouched();
+}
+
+}  // namespace
