@@ -4,8 +4,16 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace kzcli {
+
+// Before anything is written: on Windows, standard output and error
+// without newline translation (p writes raw data) and a UTF-8 console.
+void PrepareStandardStreams();
+// The arguments after the program name, as UTF-8. Windows reads them from
+// the wide command line, since argv there holds only the ANSI code page.
+std::vector<std::string> ProgramArguments(int argc, char** argv);
 
 bool IsTerminal(std::FILE* stream);
 // Columns of the terminal behind stream, or 80 when unknown.

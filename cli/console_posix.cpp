@@ -24,6 +24,12 @@ void OnInterrupt(int signo) {
 
 }  // namespace
 
+void PrepareStandardStreams() {}
+
+std::vector<std::string> ProgramArguments(int argc, char** argv) {
+  return std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc);
+}
+
 bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) != 0; }
 
 int TerminalColumns(std::FILE* stream) {

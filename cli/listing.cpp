@@ -48,8 +48,8 @@ std::string Heading(bool verbose) {
 std::string Row(const Member& m, bool verbose) {
   const LhaHeader& h = m.header;
   std::string row = Format("%-5s %-7s %10" PRIu64 " %10" PRIu64 " %6s %-6s ",
-                           AttributeText(h.Attributes).c_str(), OsName(h.HostOs), h.PackedSize,
-                           h.OriginalSize, RatioText(h.PackedSize, h.OriginalSize).c_str(),
+                           AttributeText(h.Attributes).c_str(), OsName(h.HostOs), PackedDataSize(h),
+                           h.OriginalSize, RatioText(PackedDataSize(h), h.OriginalSize).c_str(),
                            MethodText(h).c_str());
   if (verbose) row += Format("%2u ", static_cast<unsigned>(h.LibHeaderLevel));
   row += Format("%04x %-19s ", h.Crc & 0xFFFFu, LocalTimeText(h.LibModTime).c_str());
@@ -66,12 +66,19 @@ std::string TotalsRow(const Totals& t, bool verbose) {
 
 }  // namespace
 
-Totals TotalsFromInfo(const ArchiveInfo& info) {
+uint64_t PackedDataSize(const LhaHeader& h) {
+  return h.ExtendedLength <= h.PackedSize ? h.PackedSize - h.ExtendedLength : 0;
+}
+
+Totals TotalsFromInfo(const ArchiveInfo& info, const std::vector<Member>& members) {
+  uint64_t extended = 0;
+  for (const Member& m : members) extended += m.header.PackedSize - PackedDataSize(m.header);
   Totals t;
   t.members = info.MemberCount;
-  t.packed = info.TotalPacked;
+  t.packed = info.TotalPacked >= extended ? info.TotalPacked - extended : 0;
   t.original = info.TotalOriginal;
-  t.ratioPercent = info.RatioPercent;
+  t.ratioPercent = extended == 0 ? info.RatioPercent
+                   : t.original != 0 ? static_cast<uint32_t>(t.packed * 100 / t.original) : 0;
   return t;
 }
 
@@ -79,7 +86,7 @@ Totals TotalsFromMembers(const std::vector<Member>& members) {
   Totals t;
   t.members = members.size();
   for (const Member& m : members) {
-    t.packed += m.header.PackedSize;
+    t.packed += PackedDataSize(m.header);
     t.original += m.header.OriginalSize;
   }
   if (t.original != 0) t.ratioPercent = static_cast<uint32_t>(t.packed * 100 / t.original);
@@ -99,7 +106,9 @@ const char* OsName(uint32_t hostOs) {
 }
 
 std::string MethodText(const LhaHeader& header) {
-  // Method is the digit of "-lhN-" minus '0'; "-lhd-" arrives as 'd' - '0'.
+  // Method is the digit of "-lhN-" minus '0'; "-lhd-" arrives as 'd' - '0'
+  // from levels 0 and 1, and as 0 with the directory bit from level 2.
+  if (header.Method == 0 && IsDirectory(header)) return "-lhd-";
   const uint32_t c = header.Method + '0';
   if (c >= 0x21 && c < 0x7F) return Format("-lh%c-", static_cast<char>(c));
   return "-lh?-";
@@ -144,8 +153,9 @@ std::string ListedName(const Member& member) {
   std::wstring link, target;
   SplitLink(member, &link, &target);
   std::string shown = DisplayName(link);
+  if (shown.empty()) return "(no name)";
   if (IsSymlink(member.header)) return shown + " -> " + DisplayName(target);
-  if (IsDirectory(member.header) && (shown.empty() || shown.back() != '/')) shown += '/';
+  if (IsDirectory(member.header) && shown.back() != '/') shown += '/';
   return shown;
 }
 
@@ -161,7 +171,7 @@ std::string FormatJsonMember(const Member& m) {
   std::wstring link, target;
   SplitLink(m, &link, &target);
   std::string out = "{\"kind\":\"member\",\"name\":\"" + JsonEscape(DisplayName(link)) + "\"";
-  out += Format(",\"packed\":%" PRIu64 ",\"original\":%" PRIu64, h.PackedSize, h.OriginalSize);
+  out += Format(",\"packed\":%" PRIu64 ",\"original\":%" PRIu64, PackedDataSize(h), h.OriginalSize);
   out += ",\"method\":\"" + JsonEscape(MethodText(h)) + "\"";
   out += Format(",\"crc\":\"%04x\"", h.Crc & 0xFFFFu);
   out += ",\"mtime\":\"" + UtcIsoTime(h.LibModTime) + "\"";

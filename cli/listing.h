@@ -24,8 +24,14 @@ struct Totals {
   uint32_t ratioPercent = 0;
 };
 
-// Totals as the engine reported them, or summed here when it could not.
-Totals TotalsFromInfo(const ArchiveInfo& info);
+// Bytes of compressed data. A level-1 member's stored packed size also
+// counts its extended headers; listings show the data alone, as other LHA
+// tools do.
+uint64_t PackedDataSize(const LhaHeader& header);
+
+// Totals as the engine reported them over `members` (extended headers taken
+// out again), or summed here when it could not report them.
+Totals TotalsFromInfo(const ArchiveInfo& info, const std::vector<Member>& members);
 Totals TotalsFromMembers(const std::vector<Member>& members);
 
 const char* OsName(uint32_t hostOs);

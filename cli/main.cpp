@@ -27,7 +27,8 @@ void PrintVersion() {
 
 int main(int argc, char** argv) {
   using namespace kzcli;
-  const std::vector<std::string> args(argv + 1, argv + argc);
+  PrepareStandardStreams();
+  const std::vector<std::string> args = ProgramArguments(argc, argv);
   const ParseResult parsed = ParseCommandLine(args);
   if (!parsed.ok()) {
     std::fprintf(stderr, "kzlha: %s\nTry 'kzlha --help' for more information.\n", parsed.error.c_str());

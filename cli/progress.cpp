@@ -63,10 +63,11 @@ std::string FormatProgressLine(const std::string& item, uint64_t done, uint64_t 
                                double elapsedSeconds, int width) {
   if (done > total) total = done;
   const int percent = total == 0 ? 100 : static_cast<int>(done * 100 / total);
-  constexpr int kBarWidth = 20;
-  const int filled = percent * kBarWidth / 100;
+  // A shorter bar on narrow terminals leaves room for the member's name.
+  const int barWidth = width >= 100 ? 20 : 10;
+  const int filled = percent * barWidth / 100;
   std::string line = std::string("[") + std::string(static_cast<size_t>(filled), '#') +
-                     std::string(static_cast<size_t>(kBarWidth - filled), '.') + "] ";
+                     std::string(static_cast<size_t>(barWidth - filled), '.') + "] ";
   char buffer[32];
   std::snprintf(buffer, sizeof buffer, "%3d%% ", percent);
   line += buffer + FormatBytes(done) + " / " + FormatBytes(total);

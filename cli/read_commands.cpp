@@ -35,7 +35,7 @@ int ListCommand(Session& s) {
   HRESULT hr = KZ_S_OK;
   int rc = SelectMembers(s, patterns, &members, &info, &hr);
   if (rc == kExitUsage) return rc;
-  const Totals totals = KZ_FAILED(hr) ? TotalsFromMembers(members) : TotalsFromInfo(info);
+  const Totals totals = KZ_FAILED(hr) ? TotalsFromMembers(members) : TotalsFromInfo(info, members);
   std::string out;
   if (s.options().json) {
     for (const Member& m : members) out += FormatJsonMember(m);
@@ -85,21 +85,19 @@ int ExtractCommand(Session& s) {
   const std::wstring dest = FromNative(s.options().outputDir);
   if (!dest.empty()) {
     std::error_code ec;
-    std::filesystem::create_directories(s.options().outputDir, ec);
+    std::filesystem::create_directories(NativePath(s.options().outputDir), ec);
     if (ec) {
       s.Report(DisplayName(dest), "cannot create the directory: " + ec.message());
       return kExitFailed;
     }
   }
-  MemberRun run(s, sel.members);
-  run.onMemberFailed = [&](const Member& m, HRESULT hr) { s.Report(DisplayName(m.name), StatusText(hr)); };
+  MemberRun run(s, sel.members, true);
   const EngineApi& api = s.api();
   // The engine wants at least one name: "*" stands for everything.
   run.Run(sel.patterns.empty() ? std::vector<std::wstring>{L"*"} : sel.patterns,
           [&](const KzList* selection, intptr_t flags) {
             return api.ExtractFiles(s.handle(), selection, flags, dest.empty() ? nullptr : dest.c_str(), 0);
-          },
-          false);
+          });
   const int rc = Finish(s, run, sel.rc);
   if (!s.options().quiet && !run.interrupted()) {
     const size_t ok = run.Count(Outcome::Ok);
@@ -117,13 +115,12 @@ int ExtractCommand(Session& s) {
 int TestCommand(Session& s) {
   Selected sel = Select(s);
   if (sel.rc == kExitUsage || sel.members.empty()) return sel.rc;
-  MemberRun run(s, sel.members);
   const bool quiet = s.options().quiet;
-  if (quiet) run.onMemberFailed = [&](const Member& m, HRESULT hr) { s.Report(DisplayName(m.name), StatusText(hr)); };
+  // Without -q the result lines below carry the failures.
+  MemberRun run(s, sel.members, quiet);
   const EngineApi& api = s.api();
   run.Run(sel.patterns,
-          [&](const KzList* selection, intptr_t flags) { return api.TestArchive(s.handle(), selection, flags); },
-          true);
+          [&](const KzList* selection, intptr_t flags) { return api.TestArchive(s.handle(), selection, flags); });
   const int rc = Finish(s, run, sel.rc);
   const size_t failed = run.Count(Outcome::Failed);
   if (!quiet && !run.interrupted()) {
@@ -134,9 +131,9 @@ int TestCommand(Session& s) {
                                                                  : "not tested";
       std::printf("%s  %s\n", ListedName(sel.members[i]).c_str(), verdict.c_str());
     }
+    const std::string verdict = failed == 0 && !run.failedAsWhole() ? "all OK" : std::to_string(failed) + " failed";
     std::printf("%zu member%s tested, %s\n", sel.members.size(), sel.members.size() == 1 ? "" : "s",
-                failed == 0 && !run.failedAsWhole() ? "all OK"
-                                                    : (std::to_string(failed) + " failed").c_str());
+                verdict.c_str());
     std::fflush(stdout);
     if (failed > 0) s.Report(s.archiveShown(), std::to_string(failed) + " of " +
                                                    std::to_string(sel.members.size()) + " members failed the test");
@@ -148,17 +145,12 @@ int PrintCommand(Session& s) {
   Selected sel = Select(s);
   if (sel.rc == kExitUsage || sel.members.empty()) return sel.rc;
   s.dataOut = stdout;
-  MemberRun run(s, sel.members);
-  run.onMemberFailed = [&](const Member& m, HRESULT hr) {
-    std::fflush(stdout);
-    s.Report(DisplayName(m.name), StatusText(hr));
-  };
+  MemberRun run(s, sel.members, true);
   const EngineApi& api = s.api();
   run.Run(sel.patterns.empty() ? std::vector<std::wstring>{L"*"} : sel.patterns,
           [&](const KzList* selection, intptr_t flags) {
             return api.ExtractFiles(s.handle(), selection, flags, nullptr, KZ_EXTRACT_TO_CALLBACK);
-          },
-          false);
+          });
   std::fflush(stdout);
   return Finish(s, run, sel.rc);
 }

@@ -45,7 +45,7 @@ int Session::Open() {
   }
   if (!IsWriteCommand(options_.command)) {
     std::error_code ec;
-    if (!std::filesystem::exists(options_.archive, ec)) {
+    if (!std::filesystem::exists(NativePath(options_.archive), ec)) {
       Report(archiveShown(), "no such file or directory");
       return kExitUsage;
     }
@@ -180,6 +180,9 @@ bool Session::CheckPatternsMatch(const std::vector<std::wstring>& patterns, size
 int KZ_CALL Session::OnProgress(void* context, const wchar_t* item, uint64_t done, uint64_t total) {
   auto* s = static_cast<Session*>(context);
   s->lastItem = item != nullptr ? item : L"";
+  s->lastDone = done;
+  if (!s->lastItem.empty() && (s->progressItems.empty() || s->progressItems.back() != s->lastItem))
+    s->progressItems.push_back(s->lastItem);
   s->progress_.Update(item, done, total);
   return InterruptRequested() ? 1 : 0;
 }

@@ -59,7 +59,9 @@ class Session {
   bool CheckPatternsMatch(const std::vector<std::wstring>& patterns, size_t selectedCount);
 
   // What the callbacks saw during the last operation.
-  std::wstring lastItem;  // item of the latest progress report
+  std::wstring lastItem;                   // item of the latest progress report
+  std::vector<std::wstring> progressItems; // each item once, in the order reported
+  uint64_t lastDone = 0;                   // bytes done at the latest report
   uint32_t skipped = 0;   // members left alone because their file existed
   bool cancelled = false; // the user answered "quit"
   // Where Data callbacks go (p); null for other commands.

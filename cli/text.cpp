@@ -94,6 +94,10 @@ std::wstring FromNative(const std::string& bytes) {
       out.push_back(static_cast<wchar_t>(kRawByteBase + static_cast<uint8_t>(bytes[i])));
       ++i;
     } else {
+      if (sizeof(wchar_t) == 2 && c >= 0x10000) {  // UTF-16: a surrogate pair
+        out.push_back(static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10)));
+        c = 0xDC00 + ((c - 0x10000) & 0x3FF);
+      }
       out.push_back(static_cast<wchar_t>(c));
       i += len;
     }
@@ -104,8 +108,12 @@ std::wstring FromNative(const std::string& bytes) {
 std::string ToNative(const std::wstring& text) {
   std::string out;
   out.reserve(text.size());
-  for (wchar_t wc : text) {
-    uint32_t c = static_cast<uint32_t>(wc);
+  for (size_t i = 0; i < text.size(); ++i) {
+    uint32_t c = static_cast<uint32_t>(text[i]);
+    if (sizeof(wchar_t) == 2 && c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() &&
+        text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {  // UTF-16: a surrogate pair
+      c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<uint32_t>(text[++i]) - 0xDC00);
+    }
     if (c >= kRawByteBase + 0x80 && c <= kRawByteBase + 0xFF) {
       out.push_back(static_cast<char>(c - kRawByteBase));
     } else if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) {
@@ -115,6 +123,14 @@ std::string ToNative(const std::wstring& text) {
     }
   }
   return out;
+}
+
+std::filesystem::path NativePath(const std::string& bytes) {
+#ifdef _WIN32
+  return std::filesystem::path(FromNative(bytes));
+#else
+  return std::filesystem::path(bytes);
+#endif
 }
 
 std::string DisplayName(const wchar_t* name) { return Display(name, true); }

@@ -2,6 +2,7 @@
 // U+DCFF for bytes that did not decode) and the terminal (UTF-8).
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace kzcli {
@@ -12,6 +13,9 @@ namespace kzcli {
 std::wstring FromNative(const std::string& bytes);
 // The reverse: U+DC80..U+DCFF turn back into their raw bytes.
 std::string ToNative(const std::wstring& text);
+// A path from the command line for std::filesystem. Windows would read the
+// narrow string in the ANSI code page, so it gets the wide text instead.
+std::filesystem::path NativePath(const std::string& bytes);
 
 // A member name or path made safe to print: backslash separators shown as
 // '/', raw bytes as \xHH, control characters as \xHH or \uXXXX, invisible

@@ -38,7 +38,7 @@ void PrintSummary(Session& s) {
   std::vector<Member> members;
   ArchiveInfo info{};
   if (KZ_FAILED(s.ListMembers({}, kSelectPatterns, &members, &info))) return;
-  const Totals t = TotalsFromInfo(info);
+  const Totals t = TotalsFromInfo(info, members);
   std::printf("%s: %" PRIu64 " member%s, %s packed from %s (%s)\n", s.archiveShown().c_str(), t.members,
               t.members == 1 ? "" : "s", FormatBytes(t.packed).c_str(), FormatBytes(t.original).c_str(),
               RatioText(t.packed, t.original).c_str() + (t.original != 0 ? 1 : 0));

@@ -15,6 +15,19 @@ bool Contains(const std::string& haystack, const std::string& needle) {
 
 bool IsTruncated(const fs::path& p) { return p.filename() == "truncated.lzh"; }
 
+// lhasa lower-cases the all-capital names of MS-DOS archives; we keep the
+// stored case, so names are compared without case.
+std::string Lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+std::map<std::string, Bytes> LowerNames(const std::map<std::string, Bytes>& files) {
+  std::map<std::string, Bytes> out;
+  for (const auto& [name, bytes] : files) out[Lower(name)] = bytes;
+  return out;
+}
+
 // ---- the program itself ---------------------------------------------------
 
 TEST(Program, HelpVersionAndUsageErrors) {
@@ -75,54 +88,72 @@ TEST_P(Corpus, TestPassesOrFailsNamingTheMember) {
   if (!IsTruncated(GetParam())) {
     EXPECT_EQ(r.ExitCode, 0) << r.Out << r.Err;
     EXPECT_TRUE(Contains(r.Out, "tested, all OK")) << r.Out;
-    EXPECT_TRUE(r.Err.empty()) << r.Err;
+    for (const std::string& line : Lines(r.Err)) {
+      EXPECT_TRUE(Contains(line, ": warning: ")) << "not a warning: " << line;
+    }
     return;
   }
   EXPECT_EQ(r.ExitCode, 1) << r.Out << r.Err;
   std::smatch m;
-  EXPECT_TRUE(std::regex_search(r.Out, m, std::regex("gpl-2  [a-zA-Z]"))) << r.Out;
-  EXPECT_FALSE(Contains(r.Out, "gpl-2  OK")) << r.Out;
+  EXPECT_TRUE(std::regex_search(r.Out, m, std::regex("gpl-2  [a-z]", std::regex::icase))) << r.Out;
+  EXPECT_FALSE(Contains(Lower(r.Out), "gpl-2  ok")) << r.Out;
   EXPECT_TRUE(Contains(r.Err, "1 of 1 members failed")) << r.Err;
   // Quiet: the failure alone, naming the member.
   auto q = Kz({"tq", GetParam().string()});
   EXPECT_EQ(q.ExitCode, 1);
   EXPECT_TRUE(q.Out.empty()) << q.Out;
-  EXPECT_TRUE(Contains(q.Err, "kzlha: gpl-2: ")) << q.Err;
+  EXPECT_TRUE(Contains(Lower(q.Err), "kzlha: gpl-2: ")) << q.Err;
 }
+
+// Where lhasa is no oracle: it takes the real archive behind the Amiga
+// stub, while the first header that passes the search (lowest offset) is
+// a member inside the stub; it lists nothing of h0_subdir, whose level-0
+// directory headers carry no name; it stops after two members of the
+// buggy lh0_dirs_bug.lzh, where ours go on.
+bool LhasaIsNoOracle(const fs::path& p) {
+  const std::string n = p.filename().string();
+  return n == "sfx.run" || n == "h0_subdir.lzh";
+}
+bool LhasaListsFewer(const fs::path& p) { return p.filename() == "lh0_dirs_bug.lzh"; }
 
 // lhasa's listing ends with " Total  N file(s)"; compare the count and names.
 TEST_P(Corpus, ListShowsWhatLhasaShows) {
   if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa not installed";
+  if (LhasaIsNoOracle(GetParam())) GTEST_SKIP() << "lhasa reads this archive differently";
   auto ours = Kz({"l", GetParam().string()});
   ASSERT_EQ(ours.ExitCode, 0) << ours.Err;
   auto theirs = kztest::Run({"lhasa", "l", GetParam().string()});
   std::smatch m;
   ASSERT_TRUE(std::regex_search(theirs.Out, m, std::regex(R"( Total +(\d+) file)"))) << theirs.Out;
   const std::string count = m[1];
-  EXPECT_TRUE(std::regex_search(ours.Out, std::regex("Total .* " + count + " members?\n"))) << ours.Out;
+  ASSERT_NE(count, "0") << "lhasa read nothing";
+  if (!LhasaListsFewer(GetParam())) {
+    EXPECT_TRUE(std::regex_search(ours.Out, std::regex("Total .* " + count + " members?\n"))) << ours.Out;
+  }
   // Every name lhasa lists (from column 51 on, after its rule of dashes)
   // shows in ours, links as "name -> target" and directories with '/'.
   for (const std::string& line : Lines(theirs.Out)) {
     if (line.size() <= 51 || line[0] == '-' || line[0] == ' ') continue;
     const std::string name = line.substr(51);
     if (name.find('?') != std::string::npos) continue;  // lhasa's own escaping
-    EXPECT_TRUE(Contains(ours.Out, " " + name + "\n")) << name << "\n" << ours.Out;
+    EXPECT_TRUE(Contains(Lower(ours.Out), " " + Lower(name) + "\n")) << name << "\n" << ours.Out;
   }
 }
 
 TEST_P(Corpus, ExtractMatchesLhasaByteForByte) {
   if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa not installed";
   const std::string dir = GetParam().parent_path().filename().string();
-  if (dir == "regression" && !Contains("multiple.lzh unixsep.lzh dir.lzh", GetParam().filename().string()))
+  if (dir == "regression" && !Contains("multiple.lzh unixsep.lzh dir.lzh truncated.lzh", GetParam().filename().string()))
     GTEST_SKIP() << "hostile archive: covered by the safety tests";
+  if (LhasaIsNoOracle(GetParam())) GTEST_SKIP() << "lhasa reads this archive differently";
   kztest::TempDir ours, theirs;
   auto r = Kz({"x", "-f", "-w=" + (ours / "out").string(), GetParam().string()});
   kztest::Run({"lhasa", "xfw=" + (theirs / "out").string(), GetParam().string()});
-  std::map<std::string, Bytes> expected = RegularFiles(theirs / "out");
-  std::map<std::string, Bytes> got = RegularFiles(ours / "out");
+  std::map<std::string, Bytes> expected = LowerNames(RegularFiles(theirs / "out"));
+  std::map<std::string, Bytes> got = LowerNames(RegularFiles(ours / "out"));
   if (IsTruncated(GetParam())) {
     EXPECT_EQ(r.ExitCode, 1) << r.Err;
-    EXPECT_TRUE(Contains(r.Err, "gpl-2")) << r.Err;
+    EXPECT_TRUE(Contains(Lower(r.Err), "gpl-2")) << r.Err;
     return;
   }
   EXPECT_EQ(r.ExitCode, 0) << r.Out << r.Err;
@@ -134,6 +165,7 @@ TEST_P(Corpus, ExtractMatchesLhasaByteForByte) {
     ASSERT_NE(it, got.end()) << name << " missing";
     EXPECT_TRUE(it->second == bytes) << name << " differs";
   }
+  if (LhasaListsFewer(GetParam())) return;
   for (const auto& [name, bytes] : got) EXPECT_TRUE(expected.count(name)) << name << " extra";
 }
 
@@ -196,8 +228,9 @@ TEST(Paths, IgnorePathsDropsTheDirectories) {
   kztest::TempDir d;
   auto r = Kz({"xi", "-w=" + d.path().string(), kztest::SharedArchive("regression/unixsep.lzh").string()});
   EXPECT_EQ(r.ExitCode, 0) << r.Err;
-  EXPECT_TRUE(fs::exists(d / "hello.txt"));
-  EXPECT_FALSE(fs::exists(d / "subdir"));
+  const std::map<std::string, Bytes> files = LowerNames(RegularFiles(d.path()));
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_EQ(files.begin()->first, "hello.txt");
 }
 
 // ---- JSON -----------------------------------------------------------------

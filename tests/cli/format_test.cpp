@@ -142,6 +142,11 @@ TEST(Columns, SmallFieldsRead) {
   EXPECT_EQ(MethodText(h), "-lh5-");
   h.Method = 'd' - '0';
   EXPECT_EQ(MethodText(h), "-lhd-");
+  h.Method = 0;
+  h.Attributes = 0x10;
+  EXPECT_EQ(MethodText(h), "-lhd-");
+  h.Attributes = 0x20;
+  EXPECT_EQ(MethodText(h), "-lh0-");
   h.Method = 0xFFFFFFF0u;
   EXPECT_EQ(MethodText(h), "-lh?-");
   EXPECT_EQ(AttributeText(0x20), "----a");
@@ -163,6 +168,8 @@ TEST(Columns, NamesShowLinksAndDirectories) {
   Member dir = MakeMember(L"dir", 0, 0, 'd' - '0');
   dir.header.Attributes = 0x10;
   EXPECT_EQ(ListedName(dir), "dir/");
+  dir.name.clear();  // a header whose name did not survive
+  EXPECT_EQ(ListedName(dir), "(no name)");
   // A bar in an ordinary name is part of the name.
   EXPECT_EQ(ListedName(MakeMember(L"a|b", 1, 1, 0)), "a|b");
 }
@@ -188,6 +195,29 @@ TEST_F(UtcZone, TableLinesUpAndTotals) {
   EXPECT_NE(verbose.find("-lh5-   1 3f2a"), std::string::npos) << verbose;
   const size_t vName = verbose.find("NAME") - verbose.rfind('\n', verbose.find("NAME")) - 1;
   EXPECT_EQ(verbose.find("2 members", verbose.rfind("Total")) - verbose.rfind("Total"), vName) << verbose;
+}
+
+TEST(Columns, ExtendedHeadersAreNotCountedAsPackedData) {
+  std::vector<Member> members = {MakeMember(L"a", 38, 12, 0), MakeMember(L"b", 100, 200, 5)};
+  members[0].header.ExtendedLength = 26;
+  EXPECT_EQ(PackedDataSize(members[0].header), 12u);
+  members[1].header.ExtendedLength = 500;  // damaged: never below zero
+  EXPECT_EQ(PackedDataSize(members[1].header), 0u);
+  members[1].header.ExtendedLength = 0;
+  ArchiveInfo info{};
+  info.MemberCount = 2;
+  info.TotalPacked = 138;
+  info.TotalOriginal = 212;
+  info.RatioPercent = 65;
+  const Totals fromInfo = TotalsFromInfo(info, members);
+  EXPECT_EQ(fromInfo.packed, 112u);
+  EXPECT_EQ(fromInfo.original, 212u);
+  EXPECT_EQ(fromInfo.ratioPercent, 52u);
+  const Totals summed = TotalsFromMembers(members);
+  EXPECT_EQ(summed.packed, fromInfo.packed);
+  EXPECT_EQ(summed.ratioPercent, fromInfo.ratioPercent);
+  members[0].header.ExtendedLength = 0;
+  EXPECT_EQ(TotalsFromInfo(info, members).ratioPercent, 65u);  // the engine's own figure
 }
 
 TEST(JsonLines, MemberObjectHasEveryField) {
@@ -222,7 +252,10 @@ TEST(Progress, LineShowsShareRateTimeLeftAndItem) {
   const std::string line = FormatProgressLine("dir/file.txt", 1 << 20, 4 << 20, 2.0, 120);
   EXPECT_EQ(line, "[#####...............]  25% 1.00 MiB / 4.00 MiB  512 KiB/s  0:06 left  dir/file.txt");
   // Before there is history, no rate is guessed.
-  EXPECT_EQ(FormatProgressLine("f", 10, 100, 0.1, 80), "[##..................]  10% 10 B / 100 B  f");
+  EXPECT_EQ(FormatProgressLine("f", 10, 100, 0.1, 80), "[#.........]  10% 10 B / 100 B  f");
+  // On 80 columns the name still fits beside rate and time left.
+  EXPECT_EQ(FormatProgressLine("big/data.txt", 8 << 20, 40 << 20, 0.5, 80),
+            "[##........]  20% 8.00 MiB / 40.0 MiB  16.0 MiB/s  0:02 left  big/data.txt");
 }
 
 TEST(Progress, LineNeverReachesTheLastColumn) {
@@ -255,19 +288,38 @@ TEST(ModuleLookup, ExplicitPathWinsThenBesideThenLibThenEnvironment) {
 
 // ---- failure attribution --------------------------------------------------
 
-TEST(FailedMember, FoundByNameByOutputPathOrByProgressItem) {
+TEST(FailedMember, FoundByNameOrByOutputPathNeverByTheArchive) {
   std::vector<Member> members = {MakeMember(L"a.txt", 1, 1, 0), MakeMember(L"dir\\b.txt", 1, 1, 0),
                                  MakeMember(L"c.txt", 1, 1, 0)};
   const std::wstring archive = L"/t/x.lzh";
-  EXPECT_EQ(FindFailedMember(members, 0, L"dir\\b.txt", L"", archive), 1u);
-  EXPECT_EQ(FindFailedMember(members, 0, L"dir/b.txt", L"", archive), 1u);
-  EXPECT_EQ(FindFailedMember(members, 0, L"/dest/dir/b.txt", L"", archive), 1u);
-  EXPECT_EQ(FindFailedMember(members, 0, L"/t/x.lzh", L"c.txt", archive), 2u);
-  EXPECT_EQ(FindFailedMember(members, 0, L"", L"a.txt", archive), 0u);
+  EXPECT_EQ(FindMemberByFile(members, 0, L"dir\\b.txt", archive), 1u);
+  EXPECT_EQ(FindMemberByFile(members, 0, L"dir/b.txt", archive), 1u);
+  EXPECT_EQ(FindMemberByFile(members, 0, L"/dest/dir/b.txt", archive), 1u);
+  EXPECT_EQ(FindMemberByFile(members, 0, L"\\dest\\c.txt", archive), 2u);
   // Members before `start` are done and never blamed again.
-  EXPECT_EQ(FindFailedMember(members, 1, L"a.txt", L"", archive), std::wstring::npos);
-  EXPECT_EQ(FindFailedMember(members, 0, L"/t/x.lzh", L"", archive), std::wstring::npos);
-  EXPECT_EQ(FindFailedMember(members, 0, L"unrelated", L"", archive), std::wstring::npos);
+  EXPECT_EQ(FindMemberByFile(members, 1, L"a.txt", archive), std::wstring::npos);
+  EXPECT_EQ(FindMemberByFile(members, 0, L"/t/x.lzh", archive), std::wstring::npos);
+  EXPECT_EQ(FindMemberByFile(members, 0, L"/elsewhere/t/x.lzh", L"t/x.lzh"), std::wstring::npos);
+  EXPECT_EQ(FindMemberByFile(members, 0, L"unrelated", archive), std::wstring::npos);
+  EXPECT_EQ(FindMemberByFile(members, 0, L"", archive), std::wstring::npos);
+}
+
+TEST(FailedMember, ProgressTraceTellsHowFarARunGot) {
+  std::vector<Member> members = {MakeMember(L"a", 1, 100, 0), MakeMember(L"d\\b", 1, 50, 0),
+                                 MakeMember(L"c", 1, 0, 0), MakeMember(L"e", 1, 10, 0)};
+  EXPECT_EQ(LastReachedMember(members, 0, {}) + 1, 0u);
+  EXPECT_EQ(LastReachedMember(members, 0, {L"a", L"d/b"}), 1u);
+  EXPECT_EQ(LastReachedMember(members, 2, {L"c"}), 2u);
+  // Items of members before `start`, or unknown ones, do not count.
+  EXPECT_EQ(LastReachedMember(members, 2, {L"a", L"zzz"}) + 1, 2u);
+  // a and b reached; bytes say whether b was finished.
+  EXPECT_EQ(MemberInProgress(members, 0, 1, 120), 1u);
+  EXPECT_EQ(MemberInProgress(members, 0, 1, 150), 2u);
+  // Nothing reached: the first member was in progress.
+  EXPECT_EQ(MemberInProgress(members, 0, static_cast<size_t>(-1), 0), 0u);
+  EXPECT_EQ(MemberInProgress(members, 3, 2, 0), 3u);
+  // The last member finished: the failure came after every member.
+  EXPECT_EQ(MemberInProgress(members, 0, 3, 160), std::wstring::npos);
 }
 
 }  // namespace
