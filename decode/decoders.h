@@ -1,6 +1,13 @@
 // The decoders the archiver embeds by value: one adaptive-Huffman decoder
 // for -lh1- and one static-Huffman algorithm carried by three classes whose
 // constants differ (window size, NP, PBIT).
+//
+// Both kinds borrow the archiver's buffers (AllocDecodeBuffers) and keep no
+// state from one member to the next except their code tables, which every
+// block head rebuilds. Their bit input lives on the stack of Decode: a
+// 64-bit buffer that charges the member's packed size, and reads 8000-byte
+// chunks, exactly when a 16-bit (static) or byte-at-a-time (lh1) reader
+// would.
 #pragma once
 
 #include <cstdint>
@@ -22,10 +29,29 @@ inline constexpr StaticMethodParams kLh5Params{8192, 14, 4};
 inline constexpr StaticMethodParams kLh6Params{32768, 16, 5};
 inline constexpr StaticMethodParams kLh7Params{65536, 17, 5};
 
+// Sizes of the buffers AllocDecodeBuffers hands to the decoders.
+inline constexpr uint32_t kDecodeInputBytes = 8192;
+inline constexpr uint32_t kDecodeChunkBytes = 8000;  // bytes per read
+inline constexpr uint32_t kDictionaryBytes = 131372;
+inline constexpr uint32_t kLh1OutputBytes = 8192;
+
+struct StaticBitInput;
+
 // State shared by the three static decoders; the algorithm lives in
-// static_decoder.cpp as one template over StaticMethodParams.
+// static_decoder.cpp as one member template over StaticMethodParams.
+//
+// The window is used as a ring of two window sizes: output leaves in
+// whole-window halves, and a match may write up to 15 bytes past its end
+// because what lies there is older than any distance can reach.
 class StaticHuffmanDecoderBase : public KzDecompressor {
  public:
+  static constexpr uint32_t NC = 510;   // character/length symbols
+  static constexpr uint32_t NT = 19;    // code-length-code symbols
+  static constexpr uint32_t TBIT = 5;
+  static constexpr uint32_t CBIT = 9;
+  static constexpr uint32_t kTreeNodes = 2 * NC - 1;  // room of Left and Right
+  static constexpr uint32_t kCopySlack = 256;         // the furthest a copy writes past the ring
+
   explicit StaticHuffmanDecoderBase(KzArchiver* owner) : KzDecompressor(owner) {}
   void SetBuffers(uint8_t* input, uint8_t* dictionary) {
     InputChunk = input;
@@ -34,22 +60,41 @@ class StaticHuffmanDecoderBase : public KzDecompressor {
 
  protected:
   template <const StaticMethodParams& P>
-  friend class StaticHuffmanDecoder;
+  void DecodeWith();
+
+ private:
+  // Block head: returns the number of codes in the block (1 to 65536), or 0
+  // once the archiver's status is negative.
+  uint32_t ReadBlockHead(StaticBitInput& in, uint32_t np, uint32_t pbit);
+  void ReadAuxLengths(StaticBitInput& in, uint32_t nn, uint32_t nbit, int32_t special);
+  void ReadCharLengths(StaticBitInput& in);
+  bool BuildDecodeTable(uint32_t nchar, const uint8_t* lengths, uint32_t tableBits,
+                        uint16_t* table, uint32_t tableEntries);
+  // Follows Left/Right from `node` by the bits of `peek` under `mask` until
+  // a symbol below nchar; kCycle for a walk that would never end.
+  uint32_t WalkTree(uint32_t node, uint32_t nchar, uint32_t mask, uint32_t peek) const;
+  void DeriveCharFast();
+  void DerivePosFast(uint32_t np);
+  void RefuseTable();
+  uint32_t DecodeSymbol(StaticBitInput& in);
+  uint32_t DecodeOffset(StaticBitInput& in, uint32_t np);
+  bool Flush(StaticBitInput& in, const uint8_t* data, uint32_t count, uint32_t capacity);
+
+  static constexpr uint32_t kCycle = 0xFFFFFFFFu;
+  static constexpr uint16_t kTreeEntry = 0x8000;  // Fast entry: a tree node, not a symbol
 
   uint8_t* Window = nullptr;
-  uint16_t Left[1019]{};
-  uint16_t Right[1019]{};
-  uint8_t CharLen[510]{};
-  uint8_t AuxLen[19]{};
+  uint16_t Left[kTreeNodes]{};
+  uint16_t Right[kTreeNodes]{};
+  uint8_t CharLen[NC]{};
+  uint8_t AuxLen[NT]{};
   uint16_t CharTable[4096]{};
   uint16_t AuxTable[256]{};
-  uint16_t BlockSize = 0;
-  // Bit input.
-  uint16_t BitBuffer = 0;
-  int32_t BitsLeft = 0;
-  uint8_t PendingByte = 0;
   uint8_t* InputChunk = nullptr;
-  int32_t InputPos = 0;
+  // CharTable and the position code's AuxTable with each symbol's length
+  // folded in (symbol | length << 9), so that a code costs one lookup.
+  uint16_t CharFast[4096]{};
+  uint16_t PosFast[256]{};
 };
 
 class KzLha5Decoder final : public StaticHuffmanDecoderBase {
@@ -70,8 +115,22 @@ class KzLha7Decoder final : public StaticHuffmanDecoderBase {
   void Decode();
 };
 
+struct Lh1BitInput;
+
+// -lh1-: LZ77 over a 4096-byte history with one adaptive Huffman code for
+// literals and lengths. The history and the 4096-byte output blocks share
+// one ring of 8192 bytes in the dictionary buffer, indexed by output
+// position, so a byte is stored once.
 class KzLha1Decoder final : public KzDecompressor {
  public:
+  static constexpr uint32_t N = 4096;
+  static constexpr uint32_t F = 60;
+  static constexpr uint32_t THRESHOLD = 2;
+  static constexpr uint32_t N_CHAR = 256 - THRESHOLD + F;  // 314
+  static constexpr uint32_t T = 2 * N_CHAR - 1;            // 627
+  static constexpr uint32_t R = T - 1;                     // root
+  static constexpr uint32_t MAX_FREQ = 0x8000;
+
   explicit KzLha1Decoder(KzArchiver* owner) : KzDecompressor(owner) {}
   void SetBuffers(uint8_t* input, uint8_t* ring, uint8_t* output) {
     InputChunk = input;
@@ -81,16 +140,20 @@ class KzLha1Decoder final : public KzDecompressor {
   void Decode();
 
  private:
+  void InitTree();
+  uint32_t DecodeSymbol(Lh1BitInput& in);
+  uint32_t DecodeOffset(Lh1BitInput& in);
+  void UpdateTree(uint32_t symbol);
+  void RebuildTree();
+  void FlushBlock(uint32_t start, uint32_t count);
+  void CopyMatch(uint32_t pos, uint32_t distance, uint32_t length);
+
   uint8_t* Ring = nullptr;
-  uint8_t* Output = nullptr;
-  uint32_t NodeFreq[628]{};
-  int32_t NodeParent[941]{};
-  int32_t NodeChild[627]{};
-  uint32_t BitHolder = 0;
-  uint8_t BitCount = 0;
+  uint8_t* Output = nullptr;  // kept for the buffer contract; blocks leave from Ring
+  uint32_t NodeFreq[T + 1]{};
+  int32_t NodeParent[T + N_CHAR]{};
+  int32_t NodeChild[T]{};
   uint8_t* InputChunk = nullptr;
-  int32_t InputPos = 0;
-  int32_t OutputCount = 0;
 };
 
 }  // namespace kz

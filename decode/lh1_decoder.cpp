@@ -1,0 +1,291 @@
+// -lh1-: LZ77 over a 4096-byte history, literals and lengths coded with one
+// adaptive Huffman tree (updated after every symbol), positions with a
+// fixed code: the top 6 bits through two 256-entry tables, the low 6 plain.
+//
+// The reader is not bounded by the packed size: it takes bytes until the
+// original size is reached, and reads an 8000-byte chunk at the very bit at
+// which a byte-at-a-time reader would need the chunk's first byte.
+#include <array>
+#include <cstring>
+
+#include "archiver/lha_archiver.h"
+#include "decode/crc16.h"
+#include "decode/decoders.h"
+
+namespace kz {
+
+namespace {
+
+constexpr uint32_t kRingBytes = 2 * KzLha1Decoder::N;  // history + the block being filled
+constexpr uint32_t kBlockBytes = KzLha1Decoder::N;
+constexpr uint32_t kInitialSpaces = KzLha1Decoder::N - KzLha1Decoder::F;  // 4036
+constexpr uint32_t kCopyOverrun = 64;
+
+static_assert(kRingBytes + kCopyOverrun <= kDictionaryBytes);
+
+// Position code: the first 8 bits give the position's upper 6 bits and the
+// code's length before the low 6 bits, by ranges.
+struct PositionTables {
+  std::array<uint8_t, 256> Upper{};
+  std::array<uint8_t, 256> Bits{};
+};
+
+constexpr PositionTables MakePositionTables() {
+  // {first value past the range, values per upper part, code bits}
+  constexpr uint32_t kRanges[6][3] = {{32, 32, 3}, {80, 16, 4}, {144, 8, 5},
+                                      {192, 4, 6}, {240, 2, 7}, {256, 1, 8}};
+  PositionTables t;
+  uint32_t first = 0, upper = 0;
+  for (const auto& range : kRanges) {
+    for (uint32_t v = first; v < range[0]; ++v) {
+      t.Upper[v] = static_cast<uint8_t>(upper + (v - first) / range[1]);
+      t.Bits[v] = static_cast<uint8_t>(range[2]);
+    }
+    upper += (range[0] - first) / range[1];
+    first = range[0];
+  }
+  return t;
+}
+
+constexpr PositionTables kPositions = MakePositionTables();
+static_assert(kPositions.Upper[31] == 0 && kPositions.Upper[32] == 1 && kPositions.Upper[79] == 3 &&
+              kPositions.Upper[80] == 4 && kPositions.Upper[143] == 11 &&
+              kPositions.Upper[191] == 23 && kPositions.Upper[239] == 47 &&
+              kPositions.Upper[240] == 48 && kPositions.Upper[255] == 63);
+static_assert(kPositions.Bits[0] == 3 && kPositions.Bits[255] == 8);
+
+inline uint64_t LoadBigEndian64(const uint8_t* p) {
+  uint64_t v;
+  std::memcpy(&v, p, 8);
+  return __builtin_bswap64(v);
+}
+
+}  // namespace
+
+// A byte-at-a-time reader takes a byte whenever it holds 8 bits or fewer
+// before handing out a bit; holding at least 9 before every bit keeps this
+// 64-bit reader's chunk reads at the same bits.
+struct Lh1BitInput {
+  uint64_t Bits = 0;  // most significant first; Count of them valid
+  uint32_t Count = 0;
+  const uint8_t* Next;
+  const uint8_t* End;
+  uint8_t* Chunk;
+  KzArchiver& Owner;
+
+  Lh1BitInput(KzArchiver& owner, uint8_t* chunk) : Next(chunk), End(chunk), Chunk(chunk), Owner(owner) {}
+
+  void Ensure(uint32_t need) {
+    if (Count < need) [[unlikely]]
+      Refill(need);
+  }
+
+  uint32_t ReadBit() {
+    Ensure(9);
+    uint32_t bit = static_cast<uint32_t>(Bits >> 63);
+    Bits <<= 1;
+    --Count;
+    return bit;
+  }
+
+  [[gnu::noinline]] void Refill(uint32_t need) {
+    while (Count <= 56) {
+      if (Next + 8 <= End) {
+        Bits |= LoadBigEndian64(Next) >> Count;
+        Next += (63 - Count) >> 3;
+        Count |= 56;
+        return;
+      }
+      if (Next < End) {
+        Bits |= static_cast<uint64_t>(*Next++) << (56 - Count);
+        Count += 8;
+      } else if (Count >= need) {
+        return;
+      } else {
+        if (!Owner.ArchiveStream.Read(Chunk, kDecodeChunkBytes, nullptr, 0))
+          Owner.SetSystemError(Owner.ArchiveStream.GetName());
+        Next = Chunk;
+        End = Chunk + kDecodeChunkBytes;
+      }
+    }
+  }
+};
+
+void KzLha1Decoder::InitTree() {
+  for (uint32_t i = 0; i < N_CHAR; ++i) {
+    NodeFreq[i] = 1;
+    NodeChild[i] = static_cast<int32_t>(i + T);
+    NodeParent[i + T] = static_cast<int32_t>(i);
+  }
+  for (uint32_t i = 0, j = N_CHAR; j <= R; i += 2, ++j) {
+    NodeFreq[j] = NodeFreq[i] + NodeFreq[i + 1];
+    NodeChild[j] = static_cast<int32_t>(i);
+    NodeParent[i] = NodeParent[i + 1] = static_cast<int32_t>(j);
+  }
+  NodeFreq[T] = 0xFFFF;
+  NodeParent[R] = 0;
+}
+
+void KzLha1Decoder::RebuildTree() {
+  // 1. Gather the leaves, halving their counts.
+  uint32_t j = 0;
+  for (uint32_t i = 0; i < T; ++i) {
+    if (NodeChild[i] >= static_cast<int32_t>(T)) {
+      NodeFreq[j] = (NodeFreq[i] + 1) / 2;
+      NodeChild[j] = NodeChild[i];
+      ++j;
+    }
+  }
+  // 2. Join pairs, each inner node placed after every node of its count or less.
+  for (uint32_t i = 0, node = N_CHAR; node < T; i += 2, ++node) {
+    uint32_t f = NodeFreq[i] + NodeFreq[i + 1];
+    NodeFreq[node] = f;
+    uint32_t k = node - 1;
+    while (f < NodeFreq[k]) --k;
+    ++k;
+    std::memmove(&NodeFreq[k + 1], &NodeFreq[k], (node - k) * sizeof(NodeFreq[0]));
+    std::memmove(&NodeChild[k + 1], &NodeChild[k], (node - k) * sizeof(NodeChild[0]));
+    NodeFreq[k] = f;
+    NodeChild[k] = static_cast<int32_t>(i);
+  }
+  // 3. Parents from children.
+  for (uint32_t i = 0; i < T; ++i) {
+    int32_t k = NodeChild[i];
+    NodeParent[k] = static_cast<int32_t>(i);
+    if (k < static_cast<int32_t>(T)) NodeParent[k + 1] = static_cast<int32_t>(i);
+  }
+}
+
+void KzLha1Decoder::UpdateTree(uint32_t symbol) {
+  if (NodeFreq[R] == MAX_FREQ) RebuildTree();
+  uint32_t c = static_cast<uint32_t>(NodeParent[symbol + T]);
+  do {
+    uint32_t k = ++NodeFreq[c];
+    if (k > NodeFreq[c + 1]) {
+      // Exchange with the last node whose count is below k, keeping the
+      // counts in non-decreasing order of node index.
+      uint32_t l = c + 1;
+      while (k > NodeFreq[l + 1]) ++l;
+      NodeFreq[c] = NodeFreq[l];
+      NodeFreq[l] = k;
+      int32_t i = NodeChild[c];
+      NodeParent[i] = static_cast<int32_t>(l);
+      if (i < static_cast<int32_t>(T)) NodeParent[i + 1] = static_cast<int32_t>(l);
+      int32_t j = NodeChild[l];
+      NodeChild[l] = i;
+      NodeParent[j] = static_cast<int32_t>(c);
+      if (j < static_cast<int32_t>(T)) NodeParent[j + 1] = static_cast<int32_t>(c);
+      NodeChild[c] = j;
+      c = l;
+    }
+    c = static_cast<uint32_t>(NodeParent[c]);
+  } while (c != 0);
+}
+
+uint32_t KzLha1Decoder::DecodeSymbol(Lh1BitInput& in) {
+  uint32_t c = static_cast<uint32_t>(NodeChild[R]);
+  while (c < T) c = static_cast<uint32_t>(NodeChild[c + in.ReadBit()]);
+  uint32_t symbol = c - T;
+  UpdateTree(symbol);
+  return symbol;
+}
+
+// ReadByte, then as many single bits as the first 8 bits call for: one
+// refill up front holds every bit a byte-at-a-time reader would have taken.
+uint32_t KzLha1Decoder::DecodeOffset(Lh1BitInput& in) {
+  in.Ensure(9);
+  uint32_t first = static_cast<uint32_t>(in.Bits >> 56);
+  uint32_t more = kPositions.Bits[first] - 2u;
+  in.Ensure(16 + more);
+  uint32_t code = static_cast<uint32_t>(in.Bits >> (56 - more));
+  in.Bits <<= 8 + more;
+  in.Count -= 8 + more;
+  return static_cast<uint32_t>(kPositions.Upper[first]) << 6 | (code & 0x3F);
+}
+
+// Block bookkeeping of lh1: CRC, write, totals, progress; the results are
+// left to the status checks that follow.
+void KzLha1Decoder::FlushBlock(uint32_t start, uint32_t count) {
+  KzArchiver& owner = *Owner;
+  const uint8_t* data = Ring + (start & (kRingBytes - 1));
+  owner.Transfer.DataCrc = UpdateCrc16(owner.Transfer.DataCrc, data, static_cast<int32_t>(count));
+  owner.WriteOutput(data, count, kBlockBytes);
+  owner.Transfer.TotalBytes += count;
+  owner.Transfer.ChunkBytes = count;
+  owner.ReportProgress();
+}
+
+// Copies `length` bytes from `distance` back to output position `pos`.
+void KzLha1Decoder::CopyMatch(uint32_t pos, uint32_t distance, uint32_t length) {
+  uint32_t at = pos & (kRingBytes - 1);
+  uint8_t* dst = Ring + at;
+  if (distance > at) {
+    // The source wraps around the ring's start; the destination cannot.
+    uint32_t from = at - distance;  // modulo 2^32, masked below
+    for (uint32_t k = 0; k < length; ++k) dst[k] = Ring[(from + k) & (kRingBytes - 1)];
+    return;
+  }
+  const uint8_t* src = dst - distance;
+  uint8_t* const end = dst + length;
+  if (distance >= 16) {
+    do {
+      std::memcpy(dst, src, 16);
+      dst += 16;
+      src += 16;
+    } while (dst < end);
+  } else if (distance == 1) {
+    std::memset(dst, *src, length);
+  } else {
+    do *dst++ = *src++;
+    while (dst < end);
+  }
+  // Bytes written past the ring's end belong at its start.
+  if (at + length > kRingBytes) std::memcpy(Ring, Ring + kRingBytes, at + length - kRingBytes);
+}
+
+void KzLha1Decoder::Decode() {
+  KzArchiver& owner = *Owner;
+  // 1.-2. Fresh tree and reader; the history before the member's first
+  // byte: 4036 spaces nearest to it, zeros before them.
+  InitTree();
+  Lh1BitInput in(owner, InputChunk);
+  std::memset(Ring + N, 0, N - kInitialSpaces);
+  std::memset(Ring + kRingBytes - kInitialSpaces, ' ', kInitialSpaces);
+  // 3.-4. Output position `count` doubles as the ring index.
+  const uint32_t size = static_cast<uint32_t>(owner.Transfer.OriginalSize);
+  uint32_t count = 0;
+  uint32_t flushed = 0;  // output bytes already written out
+  while (count < size) {
+    uint32_t c = DecodeSymbol(in);
+    uint32_t length = 1;
+    uint32_t distance = 0;
+    if (c >= 256) {
+      distance = DecodeOffset(in) + 1;
+      length = c - 253;
+    }
+    // The first byte of the symbol completes the previous block's wait.
+    if (count - flushed == kBlockBytes) {
+      FlushBlock(flushed, kBlockBytes);
+      flushed = count;
+    }
+    if (owner.Status < 0) return;
+    if (c < 256) {
+      Ring[count & (kRingBytes - 1)] = static_cast<uint8_t>(c);
+      count += 1;
+      continue;
+    }
+    CopyMatch(count, distance, length);
+    uint32_t end = count + length;
+    if (end - flushed > kBlockBytes) {
+      // A block filled inside the match goes out when its next byte arrives.
+      FlushBlock(flushed, kBlockBytes);
+      flushed += kBlockBytes;
+      if (owner.Status < 0) return;
+    }
+    count = end;
+  }
+  // 5. The last block, full or not.
+  if (count != flushed) FlushBlock(flushed, count - flushed);
+}
+
+}  // namespace kz

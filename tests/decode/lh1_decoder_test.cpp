@@ -1,0 +1,178 @@
+// The -lh1- decoder through DecodeMember: worked streams, 4096-byte blocks,
+// the initial history, the tree rebuild, the reader's chunks.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "decode/decode_harness.h"
+#include "decode/stream_writer.h"
+#include "enginelib/file_stream.h"
+
+namespace {
+
+using kztest::Bytes;
+using kztest::DecodeHarness;
+using kztest::Literal;
+using kztest::Match;
+using kztest::Token;
+
+struct ReadCounter {
+  ReadCounter() { kz::fault::Arm(UINT64_MAX, kz::fault::kRead); }
+  ~ReadCounter() { kz::fault::Disarm(); }
+  uint64_t Reads() const { return kz::fault::CallsSeen(); }
+};
+
+TEST(Lh1Decoder, WorkedStreamThreeLiteralsAndAMatch) {
+  DecodeHarness h;
+  Bytes packed{0xF6, 0xFB, 0xBD, 0xF2, 0x40, 0x20};
+  Bytes expected = kztest::ToBytes("abcabcabcabc");
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = packed, .OriginalSize = 12}, expected), 0);
+  EXPECT_EQ(h.Output(), expected);
+}
+
+TEST(Lh1Decoder, WorkedStreamMatchFromTheInitialSpaces) {
+  DecodeHarness h;
+  Bytes packed{0x8E, 0x00, 0x02, 0x00};
+  Bytes expected = kztest::ToBytes("     x");
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = packed, .OriginalSize = 6}, expected), 0);
+  EXPECT_EQ(h.Output(), expected);
+}
+
+TEST(Lh1Decoder, OriginalSizeZeroReadsAndWritesNothing) {
+  DecodeHarness h;
+  ReadCounter reads;
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = Bytes(100, 0x33), .OriginalSize = 0, .Crc = 0}), 0);
+  EXPECT_EQ(reads.Reads(), 0u);
+  EXPECT_TRUE(h.Blocks().empty());
+}
+
+// A full block is written when the byte after it arrives, so 4096 bytes
+// leave as one block at the end and 4097 as 4096 + 1.
+TEST(Lh1Decoder, OutputLeavesIn4096ByteBlocksWhenTheNextByteArrives) {
+  struct Case {
+    size_t Size;
+    std::vector<size_t> Blocks;
+  };
+  for (const Case& c : {Case{1, {1}}, Case{4095, {4095}}, Case{4096, {4096}}, Case{4097, {4096, 1}},
+                        Case{8192, {4096, 4096}}, Case{8193, {4096, 4096, 1}}}) {
+    for (bool matches : {false, true}) {
+      Bytes data = kztest::TextBytes(c.Size, static_cast<uint32_t>(c.Size));
+      DecodeHarness h;
+      ASSERT_EQ(h.Decode({.Method = 1, .Packed = kztest::EncodeLh1(data, matches), .OriginalSize = c.Size},
+                         data),
+                0);
+      EXPECT_EQ(h.Output(), data);
+      EXPECT_EQ(h.BlockSizes(), c.Blocks) << "size " << c.Size << " matches " << matches;
+    }
+  }
+}
+
+TEST(Lh1Decoder, ALongMatchOfOneByteRepeatsIt) {
+  std::vector<Token> tokens{Literal('q'), Match(60, 1), Match(60, 1), Literal('r')};
+  Bytes expected(121, 'q');
+  expected.push_back('r');
+  DecodeHarness h;
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = kztest::EncodeLh1Tokens(tokens), .OriginalSize = 122}, expected), 0);
+  EXPECT_EQ(h.Output(), expected);
+}
+
+// Positions of every range of the fixed position code, including the
+// largest (4095, distance 4096), over a history that wraps several times.
+TEST(Lh1Decoder, EveryPositionRangeAndTheRingsWrap) {
+  std::mt19937 rng(3);
+  std::vector<Token> tokens;
+  Bytes expected;
+  for (int i = 0; i < 5000; ++i) tokens.push_back(Literal(static_cast<uint8_t>(rng() % 251)));
+  const uint32_t distances[] = {1, 2, 64, 65, 128, 2047, 2048, 3000, 4095, 4096};
+  for (int i = 0; i < 4000; ++i) {
+    tokens.push_back(Match(3 + rng() % 58, distances[rng() % 10]));
+    if (rng() % 3 == 0) tokens.push_back(Literal(static_cast<uint8_t>(rng())));
+  }
+  expected = kztest::ExpandTokens(tokens);
+  DecodeHarness h;
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = kztest::EncodeLh1Tokens(tokens), .OriginalSize = expected.size()},
+                     expected),
+            0);
+  EXPECT_EQ(h.Output(), expected);
+}
+
+TEST(Lh1Decoder, HistoryBeforeTheFirstByteIsSpaces) {
+  // The furthest reach into the initial history: 4036 bytes back.
+  std::vector<Token> tokens{Match(60, 4036), Literal('y'), Match(10, 3000)};
+  Bytes expected(60, ' ');
+  expected.push_back('y');
+  expected.insert(expected.end(), 10, ' ');
+  DecodeHarness h;
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = kztest::EncodeLh1Tokens(tokens), .OriginalSize = expected.size()},
+                     expected),
+            0);
+  EXPECT_EQ(h.Output(), expected);
+  // The same after another member filled the ring with other bytes.
+  Bytes other = kztest::RandomBytes(9000, 1);
+  ASSERT_EQ(h.Decode({.Method = 1, .Packed = kztest::EncodeLh1(other, false), .OriginalSize = other.size()}, other),
+            0);
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = kztest::EncodeLh1Tokens(tokens), .OriginalSize = expected.size()},
+                     expected),
+            0);
+  EXPECT_EQ(h.Output(), expected);
+}
+
+// The root reaches 0x8000 after 32768 - 314 counted symbols; the rebuild
+// halves every count, and decoding goes on in step with the encoder.
+TEST(Lh1Decoder, TreeRebuildsKeepDecodingInStep) {
+  Bytes data = kztest::TextBytes(150000, 12);
+  for (size_t i = 0; i < data.size(); i += 97) data[i] = static_cast<uint8_t>(i * 7);
+  DecodeHarness h;
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = kztest::EncodeLh1(data, false), .OriginalSize = data.size()}, data), 0);
+  EXPECT_EQ(h.Output(), data);
+}
+
+TEST(Lh1Decoder, ReadsPastThePackedSizeAndChunksAt8000Bytes) {
+  // The reader is bounded by the original size only: it reads the bytes
+  // after the member's data as they are, one 8000-byte chunk at a time.
+  Bytes data = kztest::RandomBytes(20000, 9);
+  Bytes packed = kztest::EncodeLh1(data, false);
+  ASSERT_GT(packed.size(), 16000u);
+  DecodeHarness h;
+  ReadCounter reads;
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = packed, .OriginalSize = data.size(), .PackedSize = 1}, data), 0);
+  EXPECT_EQ(h.Output(), data);
+  EXPECT_EQ(reads.Reads(), (packed.size() + 7999) / 8000);
+}
+
+TEST(Lh1Decoder, DamagedDataShowsAsACrcErrorNamedAfterTheMember) {
+  Bytes data = kztest::TextBytes(10000, 2);
+  Bytes packed = kztest::EncodeLh1(data);
+  packed[packed.size() / 3] ^= 0x04;
+  DecodeHarness h;
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = packed, .OriginalSize = data.size()}, data), kz::E_Crc);
+  EXPECT_STREQ(h.Archiver().ErrorFileName, L"member.bin");
+}
+
+TEST(Lh1Decoder, AFailedReadStopsWithoutWritingTheStagedBytes) {
+  Bytes data = kztest::RandomBytes(30000, 4);
+  Bytes packed = kztest::EncodeLh1(data, false);
+  DecodeHarness h;
+  kz::fault::Arm(2, kz::fault::kRead);
+  HRESULT hr = h.Decode({.Method = 1, .Packed = packed, .OriginalSize = data.size()}, data);
+  kz::fault::Disarm();
+  EXPECT_LT(hr, 0);
+  EXPECT_NE(hr, kz::E_Crc);
+  // The read of the second chunk fails near byte 8000 of the packed data;
+  // only whole blocks decoded before it were written.
+  for (size_t n : h.BlockSizes()) EXPECT_EQ(n, 4096u);
+  Bytes got = h.Output();
+  EXPECT_TRUE(std::equal(got.begin(), got.end(), data.begin()));
+  EXPECT_LT(got.size(), 8200u);
+}
+
+TEST(Lh1Decoder, AStatusAlreadyNegativeStopsBeforeAnyOutput) {
+  Bytes data = kztest::TextBytes(9000, 5);
+  DecodeHarness h;
+  h.Archiver().SetError(kz::E_Fail, nullptr);
+  EXPECT_EQ(h.Decode({.Method = 1, .Packed = kztest::EncodeLh1(data), .OriginalSize = data.size()}, data),
+            kz::E_Fail);
+  EXPECT_TRUE(h.Blocks().empty());
+}
+
+}  // namespace
