@@ -110,6 +110,30 @@ void TerminateDirectory(wchar_t* directory) {
   directory[length + 1] = L'\0';
 }
 
+
+// The chain of extended headers from its first size on: file-name and
+// directory texts go into their buffers (fileName null: level 1, where the
+// name comes from the base header), every other type is seeked over.
+// `total` receives the sum of all sizes. A failed read of a type or of a
+// next size reads as 0, recorded, and ends the chain as a size of 0 does.
+int32_t ReadExtensions(KzLhaArchiver& a, uint16_t firstSize, char* fileName, char* directory,
+                       uint32_t& total) {
+  total = firstSize;
+  for (uint32_t size = firstSize; size != 0; total += size) {
+    if (size < 3) return RefuseExtension(a);
+    const uint8_t type = a.ReadHeaderByte();
+    char* text = type == kExtDirectory ? directory : type == kExtFileName ? fileName : nullptr;
+    if (text != nullptr) {
+      if (size - 3 > kTextCapacity) return RefuseExtension(a);
+      if (int32_t r = ReadExtensionText(a, text, size - 3); r != 0) return r;
+    } else if (!a.ArchiveStream.Seek(size - 3, 1, 0)) {
+      return a.SetSystemError(a.ArchiveStream.GetName());
+    }
+    size = a.ReadHeaderWord();
+  }
+  return 0;
+}
+
 }  // namespace
 
 uint8_t KzLhaArchiver::ReadHeaderByte() {
@@ -178,18 +202,8 @@ int32_t KzLhaArchiver::ReadHeaderLevel01(uint64_t headerPos, LhaHeader& record) 
   if (firstSize == 0) return 0;
 
   char directory[kNameCapacity] = {};
-  uint32_t total = firstSize;
-  for (uint32_t size = firstSize; size != 0; total += size) {
-    if (size < 3) return RefuseExtension(*this);
-    const uint8_t type = ReadHeaderByte();
-    if (type == kExtDirectory) {
-      if (size - 3 > kTextCapacity) return RefuseExtension(*this);
-      if (int32_t r = ReadExtensionText(*this, directory, size - 3); r != 0) return r;
-    } else if (!ArchiveStream.Seek(size - 3, 1, 0)) {
-      return SetSystemError(ArchiveStream.GetName());
-    }
-    size = ReadHeaderWord();
-  }
+  uint32_t total = 0;
+  if (int32_t r = ReadExtensions(*this, firstSize, nullptr, directory, total); r != 0) return r;
 
   wchar_t wideDirectory[kNameCapacity] = {};
   ConvertHeaderName(directory, wideDirectory, kTextCapacity);
@@ -216,18 +230,8 @@ int32_t KzLhaArchiver::ReadHeaderLevel2(uint64_t headerPos, LhaHeader& record) {
 
   char fileName[kNameCapacity] = {};
   char directory[kNameCapacity] = {};
-  for (uint32_t size = firstSize; size != 0;) {
-    if (size < 3) return RefuseExtension(*this);
-    const uint8_t type = ReadHeaderByte();
-    if (type == kExtFileName || type == kExtDirectory) {
-      if (size - 3 > kTextCapacity) return RefuseExtension(*this);
-      char* text = type == kExtFileName ? fileName : directory;
-      if (int32_t r = ReadExtensionText(*this, text, size - 3); r != 0) return r;
-    } else if (!ArchiveStream.Seek(size - 3, 1, 0)) {
-      return SetSystemError(ArchiveStream.GetName());
-    }
-    size = ReadHeaderWord();
-  }
+  uint32_t total = 0;  // level 2 keeps no total
+  if (int32_t r = ReadExtensions(*this, firstSize, fileName, directory, total); r != 0) return r;
 
   wchar_t wideName[kNameCapacity] = {};
   wchar_t wideDirectory[kNameCapacity] = {};
