@@ -16,6 +16,17 @@
 
 namespace {
 
+// Negative and never recorded: the driver passes over the member's data.
+constexpr HRESULT kLeaveOut = kz::E_Fail;
+// The method digit of "-lhd-" in level-0/1 headers ('d' - '0').
+constexpr uint32_t kDirectoryMethod = 'd' - '0';
+
+// A temporary file goes away; a second try covers a scanner or indexer
+// that holds a new file for a moment.
+bool RemoveTemporary(const wchar_t* path) {
+  return kz::fs::RemoveFile(path) || kz::fs::RemoveFile(path);
+}
+
 // Failures that concern one member's data: the run goes on with the next.
 bool IsMemberDataFailure(HRESULT hr) {
   return hr == kz::E_Crc || hr == kz::ARC_E_BADTABLE || hr == kz::ARC_E_UNKNOWNMETHOD;
@@ -68,7 +79,7 @@ void DiscardOutputFile(KzArchiver& a) {
   if (!impl.ItemCreated) return;
   impl.OutputFile.Close();
   impl.ItemCreated = false;
-  if (!kz::fs::RemoveFile(impl.OutputTempPath.c_str())) {
+  if (!RemoveTemporary(impl.OutputTempPath.c_str())) {
     a.LogMessage(KZ_LOG_WARNING, kz::HresultFromWin32(GetLastError()),
                  L"temporary file not removed", impl.OutputTempPath.c_str());
   }
@@ -272,10 +283,17 @@ HRESULT KzArchiver::BeginExtractItem(LhaHeader* record, PathString& outputPath) 
                impl_->MemberName.c_str());
     return kz::ARC_E_BADHEADER;
   }
-  if (!WritesFiles(impl_->Mode, impl_->OperationFlags)) return 0;
+  bool writes = WritesFiles(impl_->Mode, impl_->OperationFlags);
   if (record->LibFlags & 1) {
-    LogMessage(KZ_LOG_WARNING, 0, L"symbolic link not extracted", impl_->MemberName.c_str());
-    return kz::ARC_E_UNSAFEPATH;
+    if (writes)
+      LogMessage(KZ_LOG_WARNING, 0, L"symbolic link not extracted", impl_->MemberName.c_str());
+    return kLeaveOut;
+  }
+  // "-lhd-" is a directory whatever its attribute byte says (Unix LHA
+  // writes 0x20 there); it has no data to decode.
+  if (record->Method == kDirectoryMethod && !(record->Attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+    if (writes) CreateItemDirectory(record, outputPath, 0);
+    return kLeaveOut;
   }
   return 0;
 }

@@ -27,6 +27,12 @@ constexpr HRESULT kSourceSkipped = kz::E_Fail;
 
 bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
 
+// A temporary file goes away; a second try covers a scanner or indexer
+// that holds a new file for a moment.
+bool RemoveTemporary(const wchar_t* path) {
+  return kz::fs::RemoveFile(path) || kz::fs::RemoveFile(path);
+}
+
 // ---- the work list: the host's items with directories expanded ------------
 
 struct WorkItem {
@@ -188,7 +194,7 @@ void DiscardTempArchive(KzArchiver& a) {
   auto& impl = KzArchiverAccess::ImplOf(a);
   a.OutputStream.Close();
   if (impl.ArchiveTempPath.empty()) return;
-  if (!kz::fs::RemoveFile(impl.ArchiveTempPath.c_str())) {
+  if (!RemoveTemporary(impl.ArchiveTempPath.c_str())) {
     a.LogMessage(KZ_LOG_WARNING, kz::HresultFromWin32(GetLastError()),
                  L"temporary file not removed", impl.ArchiveTempPath.c_str());
   }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "archiver/lha_archiver.h"
 #include "enginelib/fake_engine.h"
 #include "enginelib/file_stream.h"
 #include "enginelib/names.h"
@@ -32,7 +33,7 @@ using kztest::ToBytes;
 std::vector<std::string> Tree(const fs::path& root) {
   std::vector<std::string> out;
   for (auto it = fs::recursive_directory_iterator(root); it != fs::end(it); ++it) {
-    std::string rel = fs::relative(it->path(), root).string();
+    std::string rel = it->path().lexically_relative(root).string();
     if (it->is_symlink()) {
       rel += "@";
     } else if (it->is_directory()) {
@@ -433,6 +434,159 @@ TEST_F(ExtractTest, AnOutputThatCannotBeCreatedEndsTheRunAndNamesTheFile) {
   EXPECT_EQ(hr, kz::HresultFromWin32(ERROR_GEN_FAILURE));
   EXPECT_EQ(engine_.ErrorFileName, EnginePath(dest() / "sub" / "x.txt"));
   EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"sub/"}));
+}
+
+}  // namespace
+
+// ---- through the engine, on the hostile and damaged archives -------------------
+
+namespace {
+
+struct RegressionCase {
+  const char* file;
+  std::vector<std::string> links;      // planted in the destination, pointing outside
+  std::vector<std::string> tree;       // the destination afterwards
+  HRESULT status;                      // 1: any failure
+  const wchar_t* errorFile = nullptr;  // the member a failure names
+};
+
+void PrintTo(const RegressionCase& c, std::ostream* os) {
+  *os << c.file << (c.links.empty() ? "" : " with planted links");
+}
+
+class RegressionTest : public ::testing::TestWithParam<RegressionCase> {};
+
+TEST_P(RegressionTest, NothingLeavesTheDestination) {
+  const RegressionCase& c = GetParam();
+  TempDir box;
+  fs::create_directories(box / "outside");
+  kztest::WriteFile(box / "outside" / "victim", std::string("precious"));
+  fs::create_directories(box / "dest");
+  for (const std::string& link : c.links) fs::create_symlink(box / "outside", box / "dest" / link);
+  fs::copy_file(kztest::SharedArchive(std::string("regression/") + c.file), box / "arc.lzh");
+
+  KzLhaArchiver a;
+  ASSERT_EQ(a.Init(), 0);
+  ASSERT_EQ(a.InitArchive(EnginePath(box / "arc.lzh").c_str(), 0, 0), 0);
+  KzList* all = kztest::NamesList({L"*"});
+  HRESULT hr = a.ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(box / "dest").c_str(), 0);
+  KzList::Free(all);
+
+  if (c.status == 1) {
+    EXPECT_LT(hr, 0);
+    ASSERT_NE(a.ErrorFileName, nullptr);
+    EXPECT_STREQ(a.ErrorFileName, c.errorFile);
+  } else {
+    EXPECT_EQ(hr, c.status);
+  }
+  EXPECT_EQ(Tree(box / "outside"), (std::vector<std::string>{"victim"}));
+  EXPECT_EQ(kztest::ReadFile(box / "outside" / "victim"), ToBytes("precious"));
+  std::vector<std::string> top = {"arc.lzh", "dest/", "outside/"};
+  for (const auto& e : fs::directory_iterator(box.path())) {
+    EXPECT_NE(std::find(top.begin(), top.end(),
+                        e.path().filename().string() + (e.is_directory() ? "/" : "")),
+              top.end())
+        << e.path();
+  }
+  EXPECT_EQ(Tree(box / "dest"), c.tree);
+  EXPECT_FALSE(HasTempFiles(box / "dest"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Archives, RegressionTest,
+    ::testing::Values(
+        RegressionCase{"abspath.lzh", {}, {"tmp/", "tmp/absolute_path.txt"}, 0},
+        RegressionCase{"dotdot.lzh", {}, {"evil1.txt", "foo/", "foo/evil2.txt"}, 0},
+        RegressionCase{"symlink1.lzh", {}, {"foo.txt"}, 0},
+        RegressionCase{"symlink1.lzh", {"foo.txt"}, {"foo.txt@"}, KZ_ARC_E_UNSAFEPATH},
+        RegressionCase{"symlink2.lzh", {}, {"etc/", "etc/passwd"}, 0},
+        RegressionCase{"symlink2.lzh", {"etc"}, {"etc@"}, KZ_ARC_E_UNSAFEPATH},
+        RegressionCase{"symlink3.lzh", {}, {"etc/", "etc/passwd"}, 0},
+        RegressionCase{"symlink3.lzh", {"etc"}, {"etc@"}, KZ_ARC_E_UNSAFEPATH},
+        RegressionCase{
+            "unixsep.lzh", {}, {"SUBDIR/", "SUBDIR/SUBDIR2/", "SUBDIR/SUBDIR2/HELLO.TXT"}, 0},
+        RegressionCase{"dir.lzh", {}, {"dir/"}, 0},
+        RegressionCase{"multiple.lzh",
+                       {},
+                       {"file1.txt", "file2-1.txt", "file2-2.txt", "file3.txt", "file4.txt"},
+                       0},
+        RegressionCase{"truncated.lzh", {}, {}, 1, L"GPL-2"}));
+
+TEST(RegressionNamesTest, ATerminalEscapeNeverReachesAFileName) {
+  TempDir box;
+  fs::copy_file(kztest::SharedArchive("regression/badterm.lzh"), box / "arc.lzh");
+  KzLhaArchiver a;
+  ASSERT_EQ(a.Init(), 0);
+  ASSERT_EQ(a.InitArchive(EnginePath(box / "arc.lzh").c_str(), 0, 0), 0);
+  KzList* all = kztest::NamesList({L"*"});
+  EXPECT_EQ(a.ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(box / "dest").c_str(), 0), 0);
+  KzList::Free(all);
+  std::vector<std::string> tree = Tree(box / "dest");
+  ASSERT_EQ(tree.size(), 2u);  // tmp/ and the file in it
+  for (unsigned char ch : tree[1]) EXPECT_GE(ch, 0x20) << tree[1];
+}
+
+// The real decoders under the library's per-member rules: a CRC failure in
+// the middle of multiple.lzh leaves that file out and the others complete.
+TEST(EngineExtractTest, ADamagedMemberLeavesNothingAndTheOthersComeOut) {
+  TempDir box;
+  Bytes bytes = kztest::ReadFile(kztest::SharedArchive("regression/multiple.lzh"));
+  // Flip one data byte of the second member (file2-1.txt): its CRC fails.
+  KzLhaArchiver probe;
+  ASSERT_EQ(probe.Init(), 0);
+  kztest::WriteFile(box / "arc.lzh", bytes);
+  ASSERT_EQ(probe.InitArchive(EnginePath(box / "arc.lzh").c_str(), 0, 0), 0);
+  KzList* list = KzList::Create(KZ_LIST_MEMBERS);
+  KzList* all = kztest::NamesList({L"*"});
+  ASSERT_EQ(probe.ListArchive(all, KZ_SELECT_WILDCARD, 0, list, nullptr), 0);
+  const auto* second = static_cast<const LhaHeader*>(list->First->Next->Item);
+  ASSERT_STREQ(second->Name, L"file2-1.txt");
+  size_t data = second->HeaderPos + second->HeaderLength + second->ExtendedLength;
+  KzList::Free(list);
+  bytes[data] ^= 0x20;
+  kztest::WriteFile(box / "arc.lzh", bytes);
+
+  for (bool keep : {false, true}) {
+    fs::remove_all(box / "dest");
+    KzLhaArchiver a;
+    ASSERT_EQ(a.Init(), 0);
+    ASSERT_EQ(a.SetOptions(KZ_OPT_KEEP_DAMAGED, keep ? 1 : 0, 0), 0);
+    ASSERT_EQ(a.InitArchive(EnginePath(box / "arc.lzh").c_str(), 0, 0), 0);
+    EXPECT_EQ(a.ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(box / "dest").c_str(), 0),
+              KZ_E_CRC);
+    ASSERT_NE(a.ErrorFileName, nullptr);
+    EXPECT_STREQ(a.ErrorFileName, L"file2-1.txt");
+    std::vector<std::string> expected = {"file1.txt", "file2-2.txt", "file3.txt", "file4.txt"};
+    if (keep) expected.insert(expected.begin() + 1, "file2-1.txt");
+    EXPECT_EQ(Tree(box / "dest"), expected) << (keep ? "keep damaged" : "discard");
+  }
+  KzList::Free(all);
+}
+
+// Overwrite replies through the real engine (the policy itself is covered
+// above): skip-all after one overwrite.
+TEST(EngineExtractTest, RepliesReachTheRealDriver) {
+  TempDir box;
+  fs::copy_file(kztest::SharedArchive("regression/multiple.lzh"), box / "arc.lzh");
+  for (const char* n : {"file1.txt", "file2-1.txt", "file3.txt"}) {
+    kztest::WriteFile(box / "dest" / n, std::string("old"));
+  }
+  KzLhaArchiver a;
+  ASSERT_EQ(a.Init(), 0);
+  ASSERT_EQ(a.InitArchive(EnginePath(box / "arc.lzh").c_str(), 0, 0), 0);
+  Host host;
+  host.replies = {KZ_REPLY_OVERWRITE, KZ_REPLY_SKIP_ALL};
+  host.Attach(a, true);
+  KzList* all = kztest::NamesList({L"*"});
+  EXPECT_EQ(a.ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(box / "dest").c_str(), 0), 0);
+  KzList::Free(all);
+  EXPECT_EQ(host.asked.size(), 2u);
+  EXPECT_NE(kztest::ReadFile(box / "dest" / "file1.txt"), ToBytes("old"));
+  EXPECT_EQ(kztest::ReadFile(box / "dest" / "file2-1.txt"), ToBytes("old"));
+  EXPECT_EQ(kztest::ReadFile(box / "dest" / "file3.txt"), ToBytes("old"));
+  EXPECT_TRUE(fs::exists(box / "dest" / "file4.txt"));
+  ASSERT_FALSE(host.progress.empty());
+  EXPECT_EQ(host.progress.back().first, host.progress.back().second);
 }
 
 }  // namespace

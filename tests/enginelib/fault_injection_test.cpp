@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "archiver/lha_archiver.h"
 #include "enginelib/fake_engine.h"
 #include "enginelib/file_stream.h"
 #include "support/archive_builder.h"
@@ -69,9 +70,16 @@ const uint32_t kKinds[] = {kz::fault::kOpen,  kz::fault::kCreate, kz::fault::kRe
 // One update, run on a fresh copy of the small archive and fresh sources.
 struct UpdateCase {
   const char* what;
-  std::function<HRESULT(FakeEngine&, const fs::path& src)> run;
+  std::function<HRESULT(KzArchiver&, const fs::path& src)> run;
   bool newArchive = false;  // starts without an archive
+  bool realEngine = false;  // KzLhaArchiver on an archive of LHa for Unix
 };
+
+// Three members of header level 2, two of them directories: subdir\,
+// subdir\subdir2\, subdir\subdir2\hello.txt.
+Bytes UnixArchive() {
+  return kztest::ReadFile(kztest::SharedArchive("lha_unix114i/h2_subdir.lzh"));
+}
 
 void PrintTo(const UpdateCase& c, std::ostream* os) { *os << c.what; }
 
@@ -83,20 +91,32 @@ class UpdateSweep : public ::testing::TestWithParam<UpdateCase> {
     kztest::WriteFile(src() / "new.txt", std::string("a new file"));
     kztest::WriteFile(src() / "m1", std::string("replacement"));
     kztest::WriteFile(src() / "sub" / "deep.bin", kztest::RandomBytes(5000, 7));
-    for (const char* f : {"new.txt", "m1", "sub/deep.bin"}) {
+    kztest::WriteFile(src() / "subdir" / "subdir2" / "hello.txt", kztest::TextBytes(30000, 2));
+    for (const char* f : {"new.txt", "m1", "sub/deep.bin", "subdir/subdir2/hello.txt"}) {
       struct timespec t[2] = {{kSourceTime, 0}, {kSourceTime, 0}};
       utimensat(AT_FDCWD, (src() / f).c_str(), t, 0);
     }
-    if (!GetParam().newArchive) kztest::WriteFile(archive(), SmallArchive());
-    engine_ = std::make_unique<FakeEngine>();
-    engine_->Open(EnginePath(archive()), GetParam().newArchive ? 0 : 40);
+    if (!GetParam().newArchive) kztest::WriteFile(archive(), OldArchive());
+    if (GetParam().realEngine) {
+      engine_ = std::make_unique<KzLhaArchiver>();
+      engine_->Init();
+      ASSERT_EQ(engine_->InitArchive(EnginePath(archive()).c_str(), 0, 0), 0);
+    } else {
+      auto fake = std::make_unique<FakeEngine>();
+      fake->Open(EnginePath(archive()), GetParam().newArchive ? 0 : 40);
+      engine_ = std::move(fake);
+    }
+  }
+  Bytes OldArchive() const {
+    if (GetParam().newArchive) return Bytes();
+    return GetParam().realEngine ? UnixArchive() : SmallArchive();
   }
   HRESULT Run() { return GetParam().run(*engine_, src()); }
   fs::path archive() const { return dir_.path() / "w" / "arc.lzh"; }
   fs::path src() const { return dir_.path() / "w" / "src"; }
 
   TempDir dir_;
-  std::unique_ptr<FakeEngine> engine_;
+  std::unique_ptr<KzArchiver> engine_;
 };
 
 TEST_P(UpdateSweep, EveryFailingCallLeavesTheOldArchive) {
@@ -105,7 +125,7 @@ TEST_P(UpdateSweep, EveryFailingCallLeavesTheOldArchive) {
   ASSERT_GE(Run(), 0) << c.what << ": " << engine_->Status;
   const bool gone = !fs::exists(archive());
   const Bytes success = gone ? Bytes() : kztest::ReadFile(archive());
-  const Bytes old = c.newArchive ? Bytes() : SmallArchive();
+  const Bytes old = OldArchive();
   int failures = 0;
   for (uint32_t kind : kKinds) {
     Fresh();
@@ -142,7 +162,7 @@ TEST_P(UpdateSweep, EveryFailingCallLeavesTheOldArchive) {
       EXPECT_NE(engine_->ErrorFileName[0], 0) << where;
       // The host sees the archive or a source named, never the temporary file.
       EXPECT_EQ(std::wstring(engine_->ErrorFileName).find(L".kz"), std::wstring::npos) << where;
-      for (const char* f : {"new.txt", "m1", "sub/deep.bin"}) {
+      for (const char* f : {"new.txt", "m1", "sub/deep.bin", "subdir/subdir2/hello.txt"}) {
         EXPECT_TRUE(fs::exists(src() / f)) << where << ": source " << f;
       }
     }
@@ -150,7 +170,7 @@ TEST_P(UpdateSweep, EveryFailingCallLeavesTheOldArchive) {
   EXPECT_GT(failures, 10) << c.what;  // the sweep reached the operation's calls
 }
 
-HRESULT AddItems(FakeEngine& e, const fs::path& src, std::vector<std::wstring> items,
+HRESULT AddItems(KzArchiver& e, const fs::path& src, std::vector<std::wstring> items,
                  uint32_t flags) {
   KzList* list = kztest::NamesList(items);
   std::wstring base = EnginePath(src);
@@ -159,51 +179,83 @@ HRESULT AddItems(FakeEngine& e, const fs::path& src, std::vector<std::wstring> i
   return hr;
 }
 
-HRESULT DeleteItems(FakeEngine& e, std::vector<std::wstring> names) {
+HRESULT DeleteItems(KzArchiver& e, std::vector<std::wstring> names) {
   KzList* list = kztest::NamesList(names);
   HRESULT hr = e.DeleteFiles(list, KZ_SELECT_WILDCARD);
   KzList::Free(list);
   return hr;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Operations, UpdateSweep,
-    ::testing::Values(
-        UpdateCase{"add and replace",
-                   [](FakeEngine& e, const fs::path& s) {
-                     return AddItems(e, s, {L"new.txt", L"m1", L"sub"}, KZ_ADD_REPLACE);
-                   }},
-        UpdateCase{"update",
-                   [](FakeEngine& e, const fs::path& s) {
-                     return AddItems(e, s, {L"m1", L"new.txt"}, KZ_ADD_UPDATE);
-                   }},
-        UpdateCase{"move",
-                   [](FakeEngine& e, const fs::path& s) {
-                     return AddItems(e, s, {L"new.txt"}, KZ_ADD_MOVE);
-                   }},
-        UpdateCase{"create over the old",
-                   [](FakeEngine& e, const fs::path& s) {
-                     return AddItems(e, s, {L"new.txt"}, KZ_ADD_CREATE);
-                   }},
-        UpdateCase{"new archive",
-                   [](FakeEngine& e, const fs::path& s) {
-                     return AddItems(e, s, {L"new.txt", L"sub"}, 0);
-                   },
-                   true},
-        UpdateCase{"delete one",
-                   [](FakeEngine& e, const fs::path&) { return DeleteItems(e, {L"d\\m2"}); }},
-        UpdateCase{"delete all",
-                   [](FakeEngine& e, const fs::path&) {
-                     HRESULT hr = DeleteItems(e, {L"*"});
-                     return hr == KZ_ARC_E_EMPTYARCHIVE ? 0 : hr;
-                   }}),
-    [](const ::testing::TestParamInfo<UpdateCase>& info) {
-      std::string name = info.param.what;
-      for (char& ch : name) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return name;
-    });
+INSTANTIATE_TEST_SUITE_P(Operations, UpdateSweep,
+                         ::testing::
+                             Values(UpdateCase{"add and replace",
+                                               [](KzArchiver& e, const fs::path& s) {
+                                                 return AddItems(e, s, {L"new.txt", L"m1", L"sub"},
+                                                                 KZ_ADD_REPLACE);
+                                               }},
+                                    UpdateCase{
+                                        "update",
+                                        [](KzArchiver& e, const fs::path& s) {
+                                          return AddItems(e, s, {L"m1", L"new.txt"}, KZ_ADD_UPDATE);
+                                        }},
+                                    UpdateCase{"move",
+                                               [](KzArchiver& e, const fs::path& s) {
+                                                 return AddItems(e, s, {L"new.txt"}, KZ_ADD_MOVE);
+                                               }},
+                                    UpdateCase{"create over the old",
+                                               [](KzArchiver& e, const fs::path& s) {
+                                                 return AddItems(e, s, {L"new.txt"}, KZ_ADD_CREATE);
+                                               }},
+                                    UpdateCase{"new archive",
+                                               [](KzArchiver& e, const fs::path& s) {
+                                                 return AddItems(e, s, {L"new.txt", L"sub"}, 0);
+                                               },
+                                               true},
+                                    UpdateCase{"delete one",
+                                               [](KzArchiver& e, const fs::path&) {
+                                                 return DeleteItems(e, {L"d\\m2"});
+                                               }},
+                                    UpdateCase{"delete all",
+                                               [](KzArchiver& e, const fs::path&) {
+                                                 HRESULT hr = DeleteItems(e, {L"*"});
+                                                 return hr == KZ_ARC_E_EMPTYARCHIVE ? 0 : hr;
+                                               }},
+                                    UpdateCase{"engine: add and replace",
+                                               [](KzArchiver& e, const fs::path& s) {
+                                                 return AddItems(
+                                                     e, s,
+                                                     {L"subdir/subdir2/hello.txt", L"new.txt"}, 0);
+                                               },
+                                               false, true},
+                                    UpdateCase{"engine: update",
+                                               [](KzArchiver& e, const fs::path& s) {
+                                                 return AddItems(e, s, {L"subdir"}, KZ_ADD_UPDATE);
+                                               },
+                                               false, true},
+                                    UpdateCase{"engine: new archive",
+                                               [](KzArchiver& e, const fs::path& s) {
+                                                 return AddItems(e, s, {L"new.txt", L"subdir"}, 0);
+                                               },
+                                               true, true},
+                                    UpdateCase{"engine: delete one",
+                                               [](KzArchiver& e, const fs::path&) {
+                                                 return DeleteItems(
+                                                     e, {L"subdir\\subdir2\\hello.txt"});
+                                               },
+                                               false, true},
+                                    UpdateCase{"engine: delete all",
+                                               [](KzArchiver& e, const fs::path&) {
+                                                 HRESULT hr = DeleteItems(e, {L"*"});
+                                                 return hr == KZ_ARC_E_EMPTYARCHIVE ? 0 : hr;
+                                               },
+                                               false, true}),
+                         [](const ::testing::TestParamInfo<UpdateCase>& info) {
+                           std::string name = info.param.what;
+                           for (char& ch : name) {
+                             if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
+                           }
+                           return name;
+                         });
 
 // With the move, the source goes only when its member is in place.
 TEST(NoDataLostTest, AMoveThatFailsKeepsItsSource) {

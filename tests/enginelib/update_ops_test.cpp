@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "archiver/lha_archiver.h"
 #include "enginelib/fake_engine.h"
 #include "enginelib/names.h"
 #include "enginelib/safe_path.h"
@@ -405,6 +406,220 @@ TEST_F(UpdateTest, AnArchiveThatAppearedAfterOpeningIsNotTakenOver) {
   Source("f", "x");
   EXPECT_EQ(Add({L"f"}), kz::HresultFromWin32(ERROR_FILE_EXISTS));
   ExpectUntouched();
+}
+
+}  // namespace
+
+// ---- through the engine, on archives made by other tools ---------------------
+
+namespace {
+
+struct EngineMember {
+  std::wstring Name;
+  Bytes Raw;
+  bool File;
+};
+
+// The engine's view of an archive: each member's raw bytes.
+std::vector<EngineMember> EngineMembers(const fs::path& archive) {
+  KzLhaArchiver a;
+  EXPECT_EQ(a.Init(), 0);
+  EXPECT_EQ(a.InitArchive(EnginePath(archive).c_str(), 0, 0), 0);
+  KzList* list = KzList::Create(KZ_LIST_MEMBERS);
+  KzList* all = kztest::NamesList({});
+  EXPECT_GE(a.ListArchive(all, 0, 0, list, nullptr), 0);
+  Bytes bytes = kztest::ReadFile(archive);
+  std::vector<EngineMember> out;
+  for (void* item : KzListItems(list)) {
+    const auto* r = static_cast<const LhaHeader*>(item);
+    auto begin = bytes.begin() + static_cast<ptrdiff_t>(r->HeaderPos);
+    size_t length = r->HeaderLength + r->PackedSize;
+    EXPECT_LE(r->HeaderPos + length, bytes.size());
+    bool file = !(r->Attributes & 0x10) && r->Method <= 7 && !(r->LibFlags & 1);
+    out.push_back({r->Name, Bytes(begin, begin + static_cast<ptrdiff_t>(length)), file});
+  }
+  KzList::Free(list);
+  KzList::Free(all);
+  return out;
+}
+
+// What an independent tool says about the archive (its test command).
+bool OracleAccepts(const fs::path& archive) {
+  return kztest::Run({"lhasa", "t", archive.string()}).ExitCode == 0;
+}
+
+std::string OracleContent(const fs::path& archive, const std::string& name) {
+  return kztest::Run({"lhasa", "pq", archive.string(), name}).Out;
+}
+
+std::string Slashed(const std::wstring& name) {
+  std::string s = kztest::Narrow(name);
+  for (char& c : s) {
+    if (c == '\\') c = '/';
+  }
+  return s;
+}
+
+struct EngineArchive {
+  const char* what;
+  std::string shared;  // under the shared archives, or "" for a jlha archive
+  int jlhaLevel;
+};
+
+void PrintTo(const EngineArchive& c, std::ostream* os) { *os << c.what; }
+
+class EngineUpdateTest : public ::testing::TestWithParam<EngineArchive> {
+ protected:
+  void SetUp() override {
+    if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa is not installed";
+    const EngineArchive& c = GetParam();
+    if (c.shared.empty()) {
+      if (!kztest::HaveTool("jlha")) GTEST_SKIP() << "jlha is not installed";
+      kztest::WriteFile(dir_ / "j" / "a.txt", std::string("hello\n"));
+      kztest::WriteFile(dir_ / "j" / "d" / "b.txt", kztest::TextBytes(20000, 5));
+      kztest::WriteFile(dir_ / "j" / "c.bin", kztest::RandomBytes(3000, 9));
+      auto r = kztest::Run(
+          {"jlha", "c" + std::to_string(c.jlhaLevel), "../arc.lzh", "a.txt", "d/b.txt", "c.bin"},
+          (dir_ / "j").string());
+      ASSERT_EQ(r.ExitCode, 0) << r.Err;
+    } else {
+      fs::copy_file(kztest::SharedArchive(c.shared), archive());
+    }
+    old_ = kztest::ReadFile(archive());
+    members_ = EngineMembers(archive());
+    ASSERT_FALSE(members_.empty());
+    ASSERT_EQ(engine_.Init(), 0);
+    ASSERT_EQ(engine_.InitArchive(EnginePath(archive()).c_str(), 0, 0), 0);
+  }
+  fs::path archive() const { return dir_ / "arc.lzh"; }
+  const EngineMember* FirstFile() const {
+    for (const auto& m : members_) {
+      if (m.File) return &m;
+    }
+    return nullptr;
+  }
+  // Every member of `before` but the named one is in `after`, byte for byte.
+  void ExpectOthersIdentical(const std::wstring& except) {
+    auto after = EngineMembers(archive());
+    for (const auto& m : members_) {
+      if (kz::SameMemberName(m.Name.c_str(), except.c_str())) continue;
+      bool found = false;
+      for (const auto& n : after) {
+        if (n.Name == m.Name) {
+          found = true;
+          EXPECT_EQ(n.Raw, m.Raw) << kztest::Narrow(m.Name);
+        }
+      }
+      EXPECT_TRUE(found) << kztest::Narrow(m.Name);
+    }
+  }
+  HRESULT Add(const std::wstring& item, uint32_t flags) {
+    KzList* list = kztest::NamesList({item});
+    std::wstring base = EnginePath(dir_ / "src");
+    HRESULT hr = engine_.CompressFiles(list, base.c_str(), flags);
+    KzList::Free(list);
+    return hr;
+  }
+
+  TempDir dir_;
+  KzLhaArchiver engine_;
+  Bytes old_;
+  std::vector<EngineMember> members_;
+};
+
+TEST_P(EngineUpdateTest, AddingKeepsEveryMember) {
+  kztest::WriteFile(dir_ / "src" / "added.txt", kztest::TextBytes(9000, 1));
+  ASSERT_EQ(Add(L"added.txt", KZ_ADD_REPLACE), 0);
+  ExpectOthersIdentical(L"");
+  EXPECT_TRUE(OracleAccepts(archive()));
+  Bytes added = kztest::TextBytes(9000, 1);
+  EXPECT_TRUE(OracleContent(archive(), "added.txt") == std::string(added.begin(), added.end()));
+}
+
+TEST_P(EngineUpdateTest, ReplacingAMemberKeepsTheOthers) {
+  const EngineMember* victim = FirstFile();
+  if (victim == nullptr) GTEST_SKIP() << "no file member";
+  std::string rel = Slashed(victim->Name);
+  kztest::WriteFile(dir_ / "src" / rel, std::string("replaced by kzlha"));
+  ASSERT_EQ(Add(kztest::Wide(rel), KZ_ADD_REPLACE), 0);
+  ExpectOthersIdentical(victim->Name);
+  auto after = EngineMembers(archive());
+  EXPECT_EQ(after.size(), members_.size());
+  EXPECT_TRUE(OracleAccepts(archive()));
+  EXPECT_EQ(OracleContent(archive(), rel), "replaced by kzlha");
+}
+
+TEST_P(EngineUpdateTest, UpdatingWithAnOlderSourceChangesNothing) {
+  const EngineMember* member = FirstFile();
+  if (member == nullptr) GTEST_SKIP() << "no file member";
+  std::string rel = Slashed(member->Name);
+  kztest::WriteFile(dir_ / "src" / rel, std::string("older"));
+  SetMTime(dir_ / "src" / rel, 315532800);  // 1980-01-01: older than any member
+  ASSERT_EQ(Add(kztest::Wide(rel), KZ_ADD_UPDATE), 0);
+  EXPECT_EQ(kztest::ReadFile(archive()), old_);
+}
+
+TEST_P(EngineUpdateTest, DeletingOneMemberKeepsTheOthers) {
+  const EngineMember* victim = FirstFile();
+  if (victim == nullptr) GTEST_SKIP() << "no file member";
+  KzList* list = kztest::NamesList({victim->Name});
+  HRESULT hr = engine_.DeleteFiles(list, KZ_SELECT_EXACT);
+  KzList::Free(list);
+  if (members_.size() == 1) {
+    EXPECT_EQ(hr, KZ_ARC_E_EMPTYARCHIVE);
+    EXPECT_FALSE(fs::exists(archive()));
+    return;
+  }
+  ASSERT_EQ(hr, 0);
+  ExpectOthersIdentical(victim->Name);
+  EXPECT_EQ(EngineMembers(archive()).size(), members_.size() - 1);
+  EXPECT_TRUE(OracleAccepts(archive()));
+}
+
+TEST_P(EngineUpdateTest, DeletingEveryMemberRemovesTheArchive) {
+  KzList* list = kztest::NamesList({L"*"});
+  EXPECT_EQ(engine_.DeleteFiles(list, KZ_SELECT_WILDCARD), KZ_ARC_E_EMPTYARCHIVE);
+  KzList::Free(list);
+  EXPECT_FALSE(fs::exists(archive()));
+  EXPECT_FALSE(HasTempFiles(dir_.path()));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OtherTools, EngineUpdateTest,
+    ::testing::Values(EngineArchive{"unix_level0_lh5", "lha_unix114i/h0_lh5.lzh", 0},
+                      EngineArchive{"unix_level1_subdir", "lha_unix114i/h1_subdir.lzh", 0},
+                      EngineArchive{"unix_level2_subdir", "lha_unix114i/h2_subdir.lzh", 0},
+                      EngineArchive{"unix_level2_lh7", "lha_unix114i/h2_lh7.lzh", 0},
+                      EngineArchive{"unix_level1_symlink", "lha_unix114i/h1_symlink2.lzh", 0},
+                      EngineArchive{"amiga_level2", "lha_amiga_122/level2.lzh", 0},
+                      EngineArchive{"amiga_subdir", "lha_amiga_122/subdir.lzh", 0},
+                      EngineArchive{"dos_lha213_subdir", "lha213/subdir.lzh", 0},
+                      EngineArchive{"dos_lharc_lh1", "lharc113/lh1.lzh", 0},
+                      EngineArchive{"jlha_level0", "", 0}, EngineArchive{"jlha_level1", "", 1},
+                      EngineArchive{"jlha_level2", "", 2}),
+    [](const ::testing::TestParamInfo<EngineArchive>& info) {
+      return std::string(info.param.what);
+    });
+
+// A self-extracting archive keeps its stub through an update.
+TEST(EngineSfxTest, TheStubSurvivesAnAdd) {
+  if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa is not installed";
+  TempDir dir;
+  fs::copy_file(kztest::SharedArchive("lha213/sfx.exe"), dir / "sfx.exe");
+  Bytes old = kztest::ReadFile(dir / "sfx.exe");
+  KzLhaArchiver a;
+  ASSERT_EQ(a.Init(), 0);
+  ASSERT_EQ(a.InitArchive(EnginePath(dir / "sfx.exe").c_str(), 0, 0), 0);
+  uint64_t stub = a.FirstHeaderPos;
+  ASSERT_GT(stub, 0u);
+  kztest::WriteFile(dir / "src" / "new.txt", std::string("new"));
+  KzList* list = kztest::NamesList({L"new.txt"});
+  std::wstring base = EnginePath(dir / "src");
+  ASSERT_EQ(a.CompressFiles(list, base.c_str(), 0), 0);
+  KzList::Free(list);
+  Bytes now = kztest::ReadFile(dir / "sfx.exe");
+  EXPECT_TRUE(std::equal(old.begin(), old.begin() + static_cast<ptrdiff_t>(stub), now.begin()));
+  EXPECT_EQ(OracleContent(dir / "sfx.exe", "new.txt"), "new");
 }
 
 }  // namespace
