@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "enginelib/codec_base.h"
 
@@ -167,14 +168,30 @@ class EncoderCore : public EncoderBase {
   friend struct EncoderTestAccess;
 
   // ---- match search (match_search.cpp) -------------------------------------
+  // The tables live in the borrowed buffers in a compact form that walks
+  // exactly the chains of the plain one. A head holds a text position
+  // (below 2 x DictSize: 16 bits do for lh5 and lh6). A chain link holds the
+  // distance back to the position's predecessor; DictSize - 1 or more can
+  // never reach past a walk's lower bound, so it is stored as DictSize - 1
+  // and ends the chain. Distances do not change when the text slides, so
+  // only the heads are rebased.
+  using HeadEntry = std::conditional_t<2 * P.DictSize <= 65536, uint16_t, uint32_t>;
+  using LinkEntry = uint16_t;
+  static constexpr uint32_t kLinkEnd = P.DictSize - 1;
+  HeadEntry* Heads() { return reinterpret_cast<HeadEntry*>(HashHead); }
+  LinkEntry* Links() { return reinterpret_cast<LinkEntry*>(HashPrev); }
+  static void Link(HeadEntry* heads, LinkEntry* links, uint32_t hash, uint32_t p) {
+    const uint32_t back = p - heads[hash];
+    links[p & (P.DictSize - 1)] = static_cast<LinkEntry>(back < kLinkEnd ? back : kLinkEnd);
+    heads[hash] = static_cast<HeadEntry>(p);
+  }
+
   void SearchLoop();
   void FindMatch();
   void Slide();
   void Advance();
-  void Insert(uint32_t p) {
-    HashPrev[p & (P.DictSize - 1)] = HashHead[HashValue];
-    HashHead[HashValue] = p;
-  }
+  void SkipInserting(int32_t count);
+  void Insert(uint32_t p) { Link(Heads(), Links(), HashValue, p); }
   void RecordCode(uint32_t c, uint32_t p);
 
   // ---- block output (block_output.cpp) -------------------------------------

@@ -33,6 +33,12 @@ inline int32_t CommonLength(const uint8_t* a, const uint8_t* b, int32_t max) {
   return k;
 }
 
+inline uint16_t Load16(const uint8_t* p) {
+  uint16_t v;
+  std::memcpy(&v, p, 2);
+  return v;
+}
+
 }  // namespace
 
 template <const EncoderParams& P>
@@ -40,8 +46,8 @@ void EncoderCore<P>::SearchLoop() {
   constexpr uint32_t kDict = P.DictSize;
   constexpr uint32_t kMask = P.HashBuckets - 1;
   // 1. Fresh tables for every member.
-  std::memset(HashHead, 0, P.HashBuckets * sizeof HashHead[0]);
-  std::memset(HashPrev, 0, kDict * sizeof HashPrev[0]);
+  std::memset(HashHead, 0, P.HashBuckets * sizeof(HeadEntry));
+  std::memset(HashPrev, 0, kDict * sizeof(LinkEntry));
   std::memset(Crowded, 0, P.HashBuckets);
   // 2. The first fill. The look-ahead past it is cleared so that a member's
   // codes never depend on what an earlier member left in the buffer.
@@ -67,16 +73,42 @@ void EncoderCore<P>::SearchLoop() {
       continue;
     }
     RecordCode(static_cast<uint32_t>(PrevMatchLen) + 253, distance - 1);
-    for (int32_t i = PrevMatchLen - 2; i > 0; --i) {
-      Advance();
-      Insert(Pos);
-    }
+    SkipInserting(PrevMatchLen - 2);
     Advance();
     MatchLen = 2;
     ChainLimit = MatchChainLimit;
     FindMatch();
     if (MatchLen > Remaining) MatchLen = Remaining;
   }
+}
+
+// Advances `count` positions, inserting each without a search: the
+// positions inside a match. Kept in locals between the rare slides.
+template <const EncoderParams& P>
+inline void EncoderCore<P>::SkipInserting(int32_t count) {
+  constexpr uint32_t kMask = P.HashBuckets - 1;
+  const uint8_t* const text = Text;
+  HeadEntry* const heads = Heads();
+  LinkEntry* const links = Links();
+  uint32_t pos = Pos;
+  uint32_t hash = HashValue;
+  int32_t remaining = Remaining;
+  for (; count > 0; --count) {
+    --remaining;
+    ++pos;
+    if (pos >= 2 * P.DictSize) {
+      Pos = pos;
+      Remaining = remaining;
+      Slide();
+      pos = Pos;
+      remaining = Remaining;
+    }
+    hash = ((hash << P.HashShift) ^ text[pos + 2]) & kMask;
+    Link(heads, links, hash, pos);
+  }
+  Pos = pos;
+  HashValue = hash;
+  Remaining = remaining;
 }
 
 template <const EncoderParams& P>
@@ -87,62 +119,75 @@ inline void EncoderCore<P>::Advance() {
   HashValue = ((HashValue << P.HashShift) ^ Text[Pos + 2]) & (P.HashBuckets - 1);
 }
 
+// The walk keeps its state in locals: stores into the byte tables could
+// otherwise alias the fields and force them back to memory on every step.
 template <const EncoderParams& P>
 void EncoderCore<P>::FindMatch() {
   constexpr uint32_t kDict = P.DictSize;
   constexpr uint32_t kMask = P.HashBuckets - 1;
+  const uint8_t* const text = Text;
+  const LinkEntry* const links = Links();
+  uint8_t* const crowded = Crowded;
+  const uint32_t pos = Pos;
+  const uint8_t* const here = text + pos;
   // 1.
   int32_t max = MaxMatch;
-  if (MatchLen < 2) MatchLen = 2;
-  MatchPos = Pos;
+  int32_t matchLen = MatchLen < 2 ? 2 : MatchLen;
+  uint32_t matchPos = pos;
   uint32_t off = 0;
   uint32_t h = HashValue;
   // 2. Pass over buckets whose last walk was cut, to a later three-byte group.
-  while (Crowded[h] != 0 && off < MaxMatch - MinMatch) {
+  while (crowded[h] != 0 && off < MaxMatch - MinMatch) {
     ++off;
-    h = ((h << P.HashShift) ^ Text[Pos + 2 + off]) & kMask;
+    h = ((h << P.HashShift) ^ here[2 + off]) & kMask;
   }
   if (off == MaxMatch - MinMatch) off = 0;
-  const uint8_t* const here = Text + Pos;
   for (;;) {
     // 3.
     uint32_t counter = ChainLimit;
-    uint32_t s = HashHead[h];
-    const uint32_t lowest = Pos > kDict ? Pos - kDict + off : off;
+    // Signed: a link may lead below position 0 once the text has slid.
+    int32_t s = static_cast<int32_t>(Heads()[h]);
+    const int32_t lowest = static_cast<int32_t>(pos > kDict ? pos - kDict + off : off);
+    const uint8_t* const sources = text - off;  // candidate s is tried as source s - off
     // 4.
-    bool cut = false;
-    bool full = false;
+    uint8_t mark = 0;  // what the walk leaves in crowded[h]: 0 ran out, 1 cut, 2 as it was
+    // Only a longer match counts, so a candidate must agree on the two
+    // bytes that end the best match so far before it is compared in full.
+    uint16_t tail = Load16(here + matchLen - 1);
     while (s > lowest) {
       if (--counter == 0) {
-        Crowded[h] = 1;
-        cut = true;
+        mark = 1;
         break;
       }
-      const uint8_t* const source = Text + (s - off);
-      if (source[MatchLen] == here[MatchLen]) {
+      const int32_t next = s - links[s & (kDict - 1)];  // in flight while s is tested
+      const uint8_t* const source = sources + s;
+      if (Load16(source + matchLen - 1) == tail) {
         const int32_t len = CommonLength(source, here, max);
-        if (len > MatchLen) {
-          MatchLen = len;
-          MatchPos = s - off;
+        if (len > matchLen) {
+          matchLen = len;
+          matchPos = static_cast<uint32_t>(s) - off;
           if (len == max) {
-            full = true;
+            mark = 2;
             break;
           }
+          tail = Load16(here + matchLen - 1);
         }
       }
-      s = HashPrev[s & (kDict - 1)];
+      s = next;
     }
     // 5.
-    if (!cut && !full) Crowded[h] = 0;
+    if (mark != 2) crowded[h] = mark;
     // 6. A match found through a later group must beat what the position's
     // own chain offers at that length.
-    if (MatchLen > static_cast<int32_t>(off) + 2 || off == 0) break;
+    if (matchLen > static_cast<int32_t>(off) + 2 || off == 0) break;
     max = static_cast<int32_t>(off) + 2;
     off = 0;
     h = HashValue;
   }
+  MatchLen = matchLen;
+  MatchPos = matchPos;
   // 7.
-  Insert(Pos);
+  Insert(pos);
 }
 
 template <const EncoderParams& P>
@@ -155,14 +200,12 @@ void EncoderCore<P>::Slide() {
   if (Owner->Status < 0) Remaining = 1;
   // 4.
   Pos -= kDict;
-  // 5. Positions that fall out of the window leave their chains.
+  // 5. Positions that fall out of the window leave their chains: heads at
+  // once, links when a walk finds them at or below 0.
+  HeadEntry* const heads = Heads();
   for (uint32_t i = 0; i < P.HashBuckets; ++i) {
-    const uint32_t v = HashHead[i];
-    HashHead[i] = v > kDict ? v - kDict : 0;
-  }
-  for (uint32_t i = 0; i < kDict; ++i) {
-    const uint32_t v = HashPrev[i];
-    HashPrev[i] = v > kDict ? v - kDict : 0;
+    const uint32_t v = heads[i];
+    heads[i] = static_cast<HeadEntry>(v > kDict ? v - kDict : 0);
   }
 }
 
