@@ -11,6 +11,7 @@
 
 #include "enginelib/archiver_impl.h"
 #include "enginelib/status_text.h"
+#include "platform/local_time.h"
 
 namespace {
 int g_failInits = 0;
@@ -269,8 +270,5 @@ int KzArchiver::ConvertNameForHeader(const wchar_t* name, char* out, uint32_t ca
 uint32_t KzArchiver::ConvertTimeStamp(uint32_t unixTime, int localTime) {
   if (localTime == 1) return kz::UnixToDosTime(unixTime);
   // UTC: shift by the local offset at that moment so the DOS fields read UTC.
-  time_t t = static_cast<time_t>(unixTime);
-  struct tm local {};
-  localtime_r(&t, &local);
-  return kz::UnixToDosTime(static_cast<int64_t>(unixTime) - local.tm_gmtoff);
+  return kz::UnixToDosTime(static_cast<int64_t>(unixTime) - kz::platform::UtcOffsetAt(unixTime));
 }

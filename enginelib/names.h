@@ -7,6 +7,7 @@
 #include <ctime>
 #include <string>
 
+#include "platform/codepage.h"
 #include "platform/win32_compat.h"
 
 namespace kz {
@@ -31,9 +32,12 @@ class KZLIB_API NameConverter {
   int FromWide(const wchar_t* text, char* out, uint32_t capacity);
 
  private:
+  // The system converter, bound on first use.
+  kz::platform::CodePageCodec* Codec();
+
   uint32_t codePage_ = 932;
-  void* toWide_ = nullptr;    // iconv_t (Linux)
-  void* fromWide_ = nullptr;
+  kz::platform::CodePageCodec codec_;
+  bool codecTried_ = false;
 };
 
 // DOS date<<16|time, read as local time, to Unix seconds; -1 if invalid.

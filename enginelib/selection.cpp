@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <sys/stat.h>
 
 #include "enginelib/archiver_impl.h"
 #include "enginelib/names.h"
+#include "platform/local_time.h"
 
 namespace kz {
 
@@ -174,8 +174,6 @@ void KzArchiver::FillArchiveInfo(ArchiveInfo* info) {
   info->Size = sizeof(ArchiveInfo);
   info->FirstHeaderOffset = FirstHeaderOffset32;
   info->Flags = FirstHeaderPos > 0 ? 1u : 0u;
-  struct stat st;
-  if (stat(kz::platform::ToSystemPath(ArchivePath.c_str()).c_str(), &st) == 0) {
-    info->ArchiveSize = static_cast<uint64_t>(st.st_size);
-  }
+  uint64_t size = 0;
+  if (kz::platform::FileSizeOf(ArchivePath.c_str(), &size)) info->ArchiveSize = size;
 }

@@ -13,6 +13,9 @@
 #ifdef _WIN32
 #include <windows.h>
 #include <shlwapi.h>
+// windows.h would rename these engine names to their A/W functions.
+#undef CreateDirectory
+#undef ReplaceFile
 #else
 
 
@@ -77,7 +80,12 @@ KZLIB_API int lstrlenW(LPCWSTR s);
 
 namespace kz::platform {
 
-#ifndef _WIN32
+#ifdef _WIN32
+// The engine's path as the system wants it: every "/" becomes "\", and a
+// path too long for the classic limit is made absolute and given the
+// "\\?\" (or "\\?\UNC\") form; a path in that form already stays as it is.
+KZLIB_API std::wstring ToSystemPath(const wchar_t* path);
+#else
 // Win32 error code for an errno value.
 KZLIB_API uint32_t Win32ErrorFromErrno(int err);
 

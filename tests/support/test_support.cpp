@@ -1,10 +1,12 @@
 #include "support/test_support.h"
 
+#ifndef _WIN32
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <cstdlib>
 #include <cstring>
@@ -12,17 +14,17 @@
 #include <random>
 #include <stdexcept>
 
-extern char** environ;
-
 namespace kztest {
 
 namespace fs = std::filesystem;
 
+#ifndef _WIN32  // Windows: test_support_win32.cpp
 TempDir::TempDir() {
   std::string tmpl = (fs::temp_directory_path() / "kztest-XXXXXX").string();
   if (mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
   path_ = tmpl;
 }
+#endif
 
 TempDir::~TempDir() {
   std::error_code ec;
@@ -72,6 +74,7 @@ Bytes TextBytes(size_t n, uint32_t seed) {
   return out;
 }
 
+#ifndef _WIN32  // Windows: test_support_win32.cpp
 CommandResult Run(const std::vector<std::string>& argv, const std::string& workdir) {
   CommandResult r;
   int outPipe[2], errPipe[2];
@@ -120,6 +123,7 @@ CommandResult Run(const std::vector<std::string>& argv, const std::string& workd
 bool HaveTool(const std::string& name) {
   return Run({"sh", "-c", "command -v " + name}).ExitCode == 0;
 }
+#endif
 
 fs::path SharedArchive(const std::string& relative) { return fs::path(KZ_SHARED_ARCHIVES) / relative; }
 std::string EngineModulePath() { return KZ_ENGINE_MODULE; }
