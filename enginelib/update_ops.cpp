@@ -441,7 +441,12 @@ HRESULT UpdateExisting(KzArchiver& a, WorkList* work, const KzList* selection,
   if (!kz::fs::QueryTarget(a.ArchivePath.c_str(), old))
     return a.SetSystemError(a.ArchivePath.c_str());
   // Through a link the update replaces the file it points to, not the link.
-  a.ArchivePath.AssignRaw(kz::fs::ResolveLinks(a.ArchivePath.c_str()).c_str());
+  kz::fs::EntryInfo self;
+  if (!kz::fs::QueryEntry(a.ArchivePath.c_str(), self))
+    return a.SetSystemError(a.ArchivePath.c_str());
+  if (self.Type == kz::fs::EntryType::Link) {
+    a.ArchivePath.AssignRaw(kz::fs::ResolveLinks(a.ArchivePath.c_str()).c_str());
+  }
   if (CreateTempArchive(a) < 0) return a.Status;
 
   MemberWalk walk{&a};
