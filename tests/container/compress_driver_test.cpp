@@ -1,0 +1,246 @@
+// The per-file compression driver: one source file into one member, packed
+// or stored, with sizes and CRC in its header; read back by the engine's
+// reader and by lhasa.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "container/update_harness.h"
+#include "decode/crc16.h"
+#include "support/archive_builder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kztest::Bytes;
+using kztest::ProgressProbe;
+using kztest::UpdateRig;
+using kztest::WrittenMember;
+
+uint16_t Crc(const Bytes& b) { return kztest::Crc16(b); }
+
+class CompressDriverTest : public ::testing::Test {
+ protected:
+  void SetUp() override { rig_.CreateOutput(); }
+
+  // Finishes the archive and checks that lhasa reproduces every source.
+  void ExpectLhasaReproduces(const std::vector<std::pair<std::string, Bytes>>& files) {
+    rig_.FinishOutput();
+    std::string log;
+    const fs::path out = rig_.Dir() / "lhasa";
+    ASSERT_TRUE(kztest::LhasaExtract(rig_.ArchivePath(), out, &log)) << log;
+    for (const auto& [name, content] : files) {
+      EXPECT_EQ(kztest::ReadFile(out / name), content) << name;
+    }
+  }
+
+  UpdateRig rig_;
+};
+
+TEST_F(CompressDriverTest, EmptySourceIsAHeaderOnlyStoredMember) {
+  const auto src = rig_.Source("empty.txt", {});
+  EXPECT_EQ(rig_.Compress("empty.txt", src), 0);
+  rig_.FinishOutput();
+  EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 27u + 9u + 1u);
+  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  ASSERT_EQ(members.size(), 1u);
+  EXPECT_EQ(members[0].Method, 0u);
+  EXPECT_EQ(members[0].PackedSize, 0u);
+  EXPECT_EQ(members[0].OriginalSize, 0u);
+  EXPECT_EQ(members[0].Crc, 0u);
+}
+
+TEST_F(CompressDriverTest, LevelZeroStoresAndReportsProgress) {
+  const Bytes text = kztest::TextBytes(150000, 1);
+  const auto src = rig_.Source("t.txt", text);
+  rig_.A().CompressionLevel = 0;
+  ProgressProbe probe;
+  probe.Attach(rig_.A());
+  EXPECT_EQ(rig_.Compress("t.txt", src), 0);
+  EXPECT_EQ(probe.Calls, 3);  // three chunks of up to 64 KiB
+  EXPECT_EQ(probe.LastDone, text.size());
+  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  ASSERT_EQ(members.size(), 1u);
+  EXPECT_EQ(members[0].Method, 0u);
+  EXPECT_EQ(members[0].PackedSize, text.size());
+  EXPECT_EQ(members[0].OriginalSize, text.size());
+  EXPECT_EQ(members[0].Crc, Crc(text));
+  ExpectLhasaReproduces({{"t.txt", text}});
+}
+
+// The abandoned encoding leaves no trace: the stored data is cut exactly
+// at its end, whatever the encoder had written beyond it.
+TEST_F(CompressDriverTest, OutgrownEncodingFallsBackToStored) {
+  const Bytes noise = kztest::RandomBytes(100000, 4);
+  const auto src = rig_.Source("noise.bin", noise);
+  EXPECT_EQ(rig_.Compress("noise.bin", src), 0);
+  rig_.FinishOutput();
+  EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 27u + 9u + noise.size() + 1u);
+  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  ASSERT_EQ(members.size(), 1u);
+  EXPECT_EQ(members[0].Method, 0u);
+  EXPECT_EQ(members[0].PackedSize, noise.size());
+  EXPECT_EQ(members[0].Crc, Crc(noise));
+  const Bytes archive = kztest::ReadFile(rig_.ArchivePath());
+  EXPECT_EQ(Bytes(archive.begin() + 36, archive.end() - 1), noise);
+}
+
+TEST_F(CompressDriverTest, PackedExactlyAsLongAsTheSourceStaysPacked) {
+  const Bytes ten(10, 'a');
+  const auto src = rig_.Source("a10", ten);
+  EXPECT_EQ(rig_.Compress("a10", src), 0);
+  const auto one = rig_.Source("one", kztest::ToBytes("A"));
+  EXPECT_EQ(rig_.Compress("one", one), 0);
+  ExpectLhasaReproduces({{"a10", ten}, {"one", kztest::ToBytes("A")}});
+  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  ASSERT_EQ(members.size(), 2u);
+  EXPECT_EQ(members[0].Method, 5u);
+  EXPECT_EQ(members[0].PackedSize, 10u);
+  EXPECT_EQ(members[1].Method, 0u);
+  EXPECT_EQ(members[1].PackedSize, 1u);
+}
+
+struct DictionaryCase {
+  uint32_t DictionaryKiB;
+  uint32_t Method;
+};
+
+class DictionaryTest : public CompressDriverTest,
+                       public ::testing::WithParamInterface<DictionaryCase> {};
+
+TEST_P(DictionaryTest, DictionarySizeChoosesTheMethod) {
+  const Bytes text = kztest::TextBytes(90000, 2);
+  const auto src = rig_.Source("t.txt", text);
+  rig_.A().DictionarySize = GetParam().DictionaryKiB;
+  EXPECT_EQ(rig_.Compress("t.txt", src), 0);
+  ExpectLhasaReproduces({{"t.txt", text}});
+  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  ASSERT_EQ(members.size(), 1u);
+  EXPECT_EQ(members[0].Method, GetParam().Method);
+  EXPECT_LT(members[0].PackedSize, text.size() / 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, DictionaryTest,
+                         ::testing::Values(DictionaryCase{8, 5}, DictionaryCase{32, 6},
+                                           DictionaryCase{64, 7}, DictionaryCase{16, 5},
+                                           DictionaryCase{0, 5}));
+
+TEST_F(CompressDriverTest, HeaderCarriesTheSourceTimeAndTheCallersAttributes) {
+  const auto src = rig_.Source("dated.txt", kztest::TextBytes(5000, 3));
+  FileStream probe;
+  ASSERT_TRUE(probe.Open(kztest::Wide(src.string()).c_str(), GENERIC_READ, 3, OPEN_EXISTING, 0, 0));
+  uint16_t date = 0, time = 0;
+  ASSERT_TRUE(probe.GetDosDateTime(&date, &time));
+  probe.Close();
+  EXPECT_EQ(rig_.Compress("dated.txt", src, 0x21), 0);
+  rig_.FinishOutput();
+  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  ASSERT_EQ(members.size(), 1u);
+  EXPECT_EQ(members[0].TimeStamp, (uint32_t{date} << 16) | time);
+  EXPECT_EQ(members[0].Attributes, 0x21u);
+}
+
+// After each member the output stands at its end: members follow directly.
+TEST_F(CompressDriverTest, MembersFollowOneAnother) {
+  std::vector<std::pair<std::string, Bytes>> files = {
+      {"a.txt", kztest::TextBytes(40000, 5)},
+      {"b.bin", kztest::RandomBytes(3000, 6)},
+      {"c.txt", {}},
+      {"d.txt", kztest::TextBytes(70000, 7)}};
+  for (const auto& [name, content] : files) {
+    EXPECT_EQ(rig_.Compress(name, rig_.Source(name, content)), 0) << name;
+  }
+  ExpectLhasaReproduces(files);
+  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  ASSERT_EQ(members.size(), files.size());
+  uint64_t expectPos = 0;
+  for (size_t i = 0; i < members.size(); ++i) {
+    EXPECT_EQ(members[i].HeaderPos, expectPos) << i;
+    EXPECT_EQ(members[i].Crc, Crc(files[i].second)) << i;
+    expectPos += members[i].HeaderLength + members[i].PackedSize;
+  }
+  EXPECT_EQ(expectPos + 1, fs::file_size(rig_.ArchivePath()));
+}
+
+TEST_F(CompressDriverTest, UnopenableSourceWritesNothing) {
+  const fs::path missing = rig_.Dir() / "src" / "missing.txt";
+  const int32_t r = rig_.Compress("missing.txt", missing);
+  EXPECT_EQ(r, static_cast<int32_t>(0x80070002));
+  EXPECT_EQ(rig_.A().Status, r);
+  ASSERT_NE(rig_.A().ErrorFileName, nullptr);
+  EXPECT_EQ(std::wstring(rig_.A().ErrorFileName),
+            PathString(kztest::Wide(missing.string()).c_str()).c_str());
+  rig_.A().OutputStream.Close();
+  EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 0u);
+}
+
+// A level-1 header cannot describe 4 GiB: such a source is refused before
+// anything is written. (A sparse file: nothing is read.)
+TEST_F(CompressDriverTest, SourceOfFourGiBIsRefused) {
+  const auto src = rig_.Source("huge.bin", {});
+  fs::resize_file(src, uint64_t{1} << 32);
+  const int32_t r = rig_.Compress("huge.bin", src);
+  EXPECT_EQ(r, kz::ARC_E_TOOLARGE);
+  EXPECT_EQ(rig_.A().Status, kz::ARC_E_TOOLARGE);
+  EXPECT_EQ(std::wstring(rig_.A().ErrorFileName),
+            PathString(kztest::Wide(src.string()).c_str()).c_str());
+  rig_.A().OutputStream.Close();
+  EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 0u);
+}
+
+// A stop during a stored copy fails the member, like a stop while encoding:
+// the header is left as the placeholder, claiming no data.
+TEST_F(CompressDriverTest, StopDuringAStoredCopyFailsTheMember) {
+  const auto src = rig_.Source("t.txt", kztest::TextBytes(200000, 8));
+  rig_.A().CompressionLevel = 0;
+  ProgressProbe probe;
+  probe.StopAtCall = 2;
+  probe.Attach(rig_.A());
+  EXPECT_EQ(rig_.Compress("t.txt", src), kz::E_Abort);
+  EXPECT_EQ(rig_.A().Status, kz::E_Abort);
+  rig_.FinishOutput();
+  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  ASSERT_GE(members.size(), 1u);
+  EXPECT_EQ(members[0].PackedSize, 0u);
+  EXPECT_EQ(members[0].OriginalSize, 0u);
+}
+
+TEST_F(CompressDriverTest, StopWhileEncodingFailsTheMember) {
+  const auto src = rig_.Source("t.txt", kztest::TextBytes(300000, 9));
+  ProgressProbe probe;
+  probe.StopAtCall = 1;
+  probe.Attach(rig_.A());
+  EXPECT_EQ(rig_.Compress("t.txt", src), kz::E_Abort);
+  rig_.FinishOutput();
+  // The placeholder stays; what the encoder wrote behind it is not a member.
+  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  ASSERT_GE(members.size(), 1u);
+  EXPECT_EQ(members[0].Method, 0u);
+  EXPECT_EQ(members[0].PackedSize, 0u);
+}
+
+// Every stream call of two members, failed in turn: each failure reaches
+// the driver's result and the status, none is lost on the way.
+TEST(CompressDriverFaults, EveryFailedStreamCallFailsTheMember) {
+  const Bytes text = kztest::TextBytes(60000, 10);
+  const Bytes noise = kztest::RandomBytes(20000, 11);
+  auto run = [&](uint64_t nth) {
+    UpdateRig rig;
+    rig.CreateOutput();
+    const auto a = rig.Source("a.txt", text);
+    const auto b = rig.Source("b.bin", noise);
+    kz::fault::Arm(nth, kz::fault::kAll);
+    int32_t r = rig.Compress("a.txt", a);
+    if (r >= 0) r = rig.Compress("b.bin", b);
+    const uint64_t seen = kz::fault::CallsSeen();
+    kz::fault::Disarm();
+    EXPECT_EQ(rig.A().Status, r) << "call " << nth;
+    return std::make_pair(r, seen);
+  };
+  const auto [clean, calls] = run(~uint64_t{0});
+  ASSERT_EQ(clean, 0);
+  ASSERT_GT(calls, 20u);
+  for (uint64_t nth = 1; nth <= calls; ++nth) EXPECT_LT(run(nth).first, 0) << "call " << nth;
+}
+
+}  // namespace

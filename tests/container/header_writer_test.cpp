@@ -1,0 +1,181 @@
+// The member header writer: the bytes of a level-1 header as an independent
+// builder makes them, the 230-byte cut, the placeholder that the final
+// header covers exactly, and a header read back by the engine's reader.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "archiver/lha_archiver.h"
+#include "support/archive_builder.h"
+#include "support/test_support.h"
+
+namespace {
+
+using kztest::Bytes;
+using kztest::MemberSpec;
+
+class HeaderWriterTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(archiver_.Init(), 0);
+    path_ = kztest::Wide((dir_ / "out.lzh").string());
+    ASSERT_TRUE(archiver_.OutputStream.Create(path_.c_str(), GENERIC_WRITE | GENERIC_READ, 1,
+                                              CREATE_ALWAYS, FILE_ATTRIBUTE_ARCHIVE, 0));
+  }
+  void TearDown() override {
+    archiver_.OutputStream.Close();
+    kz::fault::Disarm();
+  }
+
+  // Writes one header with these per-member values; returns what the file holds.
+  Bytes Write(const std::wstring& name, uint32_t method, uint64_t packed, uint64_t original,
+              uint16_t crc, int32_t* result = nullptr) {
+    archiver_.Transfer.PackedSize = packed;
+    archiver_.Transfer.OriginalSize = original;
+    archiver_.Transfer.DataCrc = crc;
+    const int32_t r = archiver_.WriteMemberHeader(header_, PathString(name.c_str()), method);
+    if (result) *result = r;
+    return Contents();
+  }
+  Bytes Contents() {
+    archiver_.OutputStream.Close();
+    Bytes b = kztest::ReadFile(dir_ / "out.lzh");
+    EXPECT_TRUE(archiver_.OutputStream.Open(path_.c_str(), GENERIC_WRITE | GENERIC_READ, 1,
+                                            OPEN_EXISTING, 0, 0));
+    EXPECT_TRUE(archiver_.OutputStream.Seek(0, 2, 0));
+    return b;
+  }
+  // The caller's part of the 22 bytes: time, date, attributes.
+  void SetCallerFields(uint32_t dosDateTime, uint8_t attributes) {
+    std::memset(header_, 0, sizeof header_);
+    header_[15] = static_cast<uint8_t>(dosDateTime);
+    header_[16] = static_cast<uint8_t>(dosDateTime >> 8);
+    header_[17] = static_cast<uint8_t>(dosDateTime >> 16);
+    header_[18] = static_cast<uint8_t>(dosDateTime >> 24);
+    header_[19] = attributes;
+  }
+
+  kztest::TempDir dir_;
+  std::wstring path_;
+  KzLhaArchiver archiver_;
+  uint8_t header_[22]{};
+};
+
+struct NameCase {
+  const char* Label;
+  std::wstring Name;     // as the engine holds it
+  std::string Stored;    // the bytes that must go into the header (code page 932)
+};
+
+std::string Repeat(const std::string& s, int n) {
+  std::string out;
+  for (int i = 0; i < n; ++i) out += s;
+  return out;
+}
+
+const NameCase kNameCases[] = {
+    {"Plain", L"a.txt", "a.txt"},
+    {"Empty", L"", ""},
+    {"PathKeepsBackslashes", L"dir\\sub\\f.txt", "dir\\sub\\f.txt"},
+    {"Exactly230", std::wstring(230, L'x'), std::string(230, 'x')},
+    {"LongerIsCutTo230", std::wstring(300, L'y'), std::string(230, 'y')},
+    // 'a' and 120 two-byte characters: the cut at 230 splits the 115th.
+    {"CutSplitsAMultibyteCharacter", L"a" + std::wstring(120, L'\u3042'),
+     "a" + Repeat("\x82\xa0", 114) + "\x82"},
+};
+
+class HeaderBytesTest : public HeaderWriterTest, public ::testing::WithParamInterface<NameCase> {};
+
+TEST_P(HeaderBytesTest, MatchesAnIndependentlyBuiltHeader) {
+  const NameCase& c = GetParam();
+  const uint32_t stamp = kztest::DosTime(2021, 7, 14, 13, 45, 30);
+  SetCallerFields(stamp, 0x21);
+  int32_t result = -1;
+  const Bytes written = Write(c.Name, 6, 0x12345, 0x6789A, 0xBEEF, &result);
+  EXPECT_EQ(result, 0);
+  MemberSpec spec;
+  spec.level = 1;
+  spec.method = "-lh6-";
+  spec.name = c.Stored;
+  spec.packedSize = 0x12345;
+  spec.originalSize = 0x6789A;
+  spec.crc = 0xBEEF;
+  spec.timeStamp = stamp;
+  spec.attributes = 0x21;
+  spec.osId = 'w';
+  EXPECT_EQ(written, kztest::MemberHeader(spec));
+  EXPECT_EQ(written.size(), c.Stored.size() + 27);
+  EXPECT_EQ(written[0], c.Stored.size() + 25);
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, HeaderBytesTest, ::testing::ValuesIn(kNameCases),
+                         [](const auto& info) { return std::string(info.param.Label); });
+
+// The placeholder (method 0, sizes and CRC 0) and the final header have the
+// same length, so rewriting in place leaves the data behind untouched.
+TEST_F(HeaderWriterTest, FinalHeaderCoversThePlaceholderExactly) {
+  SetCallerFields(kztest::DosTime(2020, 1, 2), 0x20);
+  const Bytes placeholder = Write(L"docs\\readme.txt", 0, 0, 0, 0);
+  ASSERT_EQ(placeholder.size(), 15u + 27u);
+  EXPECT_EQ(std::string(placeholder.begin() + 2, placeholder.begin() + 7), "-lh0-");
+  const Bytes data = kztest::ToBytes("packed data");
+  uint32_t n = 0;
+  ASSERT_TRUE(archiver_.OutputStream.Write(data.data(), static_cast<uint32_t>(data.size()), &n, 0));
+  ASSERT_TRUE(archiver_.OutputStream.Seek(0, 0, 0));
+  const Bytes final = Write(L"docs\\readme.txt", 5, data.size(), 4000, 0x1234);
+  ASSERT_EQ(final.size(), placeholder.size() + data.size());
+  EXPECT_EQ(std::string(final.begin() + 2, final.begin() + 7), "-lh5-");
+  EXPECT_EQ(Bytes(final.begin() + static_cast<std::ptrdiff_t>(placeholder.size()), final.end()), data);
+}
+
+// Read back through the engine's reader: checksum accepted, OS "w", no
+// extended headers, every field as written.
+TEST_F(HeaderWriterTest, ReadsBackThroughTheHeaderReader) {
+  SetCallerFields(kztest::DosTime(2019, 12, 31, 23, 59, 58), 0x20);
+  Write(L"sub\\file.bin", 7, 3, 70000, 0xA5A5);
+  const Bytes data{1, 2, 3};
+  uint32_t n = 0;
+  ASSERT_TRUE(archiver_.OutputStream.Write(data.data(), 3, &n, 0));
+  archiver_.OutputStream.Write("\0", 1, &n, 0);
+  archiver_.OutputStream.Close();
+
+  ASSERT_TRUE(archiver_.ArchiveStream.Open(path_.c_str(), GENERIC_READ, 3, OPEN_EXISTING, 0, 0));
+  LhaHeader record{};
+  wchar_t name[1024] = {};
+  record.Name = name;
+  archiver_.NextHeaderPos = 0;
+  ASSERT_EQ(archiver_.ReadMemberHeader(record), 0);
+  EXPECT_EQ(record.Valid, 1u);
+  EXPECT_EQ(std::wstring(name), L"sub\\file.bin");
+  EXPECT_EQ(record.Method, 7u);
+  EXPECT_EQ(record.PackedSize, 3u);
+  EXPECT_EQ(record.OriginalSize, 70000u);
+  EXPECT_EQ(record.Crc, 0xA5A5u);
+  EXPECT_EQ(record.HostOs, 3u);
+  EXPECT_EQ(record.ExtendedLength, 0u);
+  EXPECT_EQ(record.HeaderLength, 12u + 27u);
+  EXPECT_EQ(record.TimeStamp, kztest::DosTime(2019, 12, 31, 23, 59, 58));
+  EXPECT_EQ(record.Attributes, 0x20u);
+  EXPECT_EQ(archiver_.ReadMemberHeader(record), 1);  // the end marker
+  archiver_.ArchiveStream.Close();
+}
+
+// Each of the three writes can fail; the failure is recorded once, against
+// the output's name, and returned.
+TEST_F(HeaderWriterTest, AFailedWriteIsRecordedAgainstTheOutput) {
+  for (uint64_t nth = 1; nth <= 3; ++nth) {
+    SetCallerFields(0, 0x20);
+    archiver_.ResetStatus();
+    kz::fault::Arm(nth, kz::fault::kWrite);
+    int32_t result = 0;
+    Write(L"name.txt", 5, 1, 1, 1, &result);
+    kz::fault::Disarm();
+    EXPECT_LT(result, 0) << "write " << nth;
+    EXPECT_EQ(archiver_.Status, result);
+    ASSERT_NE(archiver_.ErrorFileName, nullptr);
+    EXPECT_EQ(std::wstring(archiver_.ErrorFileName), PathString(path_.c_str()).c_str());
+  }
+}
+
+}  // namespace
