@@ -36,6 +36,7 @@ inline constexpr uint32_t kDictionaryBytes = 131372;
 inline constexpr uint32_t kLh1OutputBytes = 8192;
 
 struct StaticBitInput;
+struct BitWindow;
 
 // State shared by the three static decoders; the algorithm lives in
 // static_decoder.cpp as one member template over StaticMethodParams.
@@ -61,23 +62,29 @@ class StaticHuffmanDecoderBase : public KzDecompressor {
  protected:
   template <const StaticMethodParams& P>
   void DecodeWith();
+  template <const StaticMethodParams& P>
+  uint32_t DecodeRun(BitWindow& w, uint8_t* ring, uint32_t loc, uint32_t limit,
+                     uint32_t& blockLeft, bool history);
 
  private:
   // Block head: returns the number of codes in the block (1 to 65536), or 0
   // once the archiver's status is negative.
   uint32_t ReadBlockHead(StaticBitInput& in, uint32_t np, uint32_t pbit);
-  void ReadAuxLengths(StaticBitInput& in, uint32_t nn, uint32_t nbit, int32_t special);
+  void ReadAuxLengths(StaticBitInput& in, uint32_t nn, uint32_t nbit, int32_t special,
+                      uint16_t* fast);
   void ReadCharLengths(StaticBitInput& in);
+  // False once refused. `fast`, when given, gets each entry resolved.
   bool BuildDecodeTable(uint32_t nchar, const uint8_t* lengths, uint32_t tableBits,
-                        uint16_t* table, uint32_t tableEntries);
+                        uint16_t* table, uint32_t tableEntries, uint16_t* fast);
   // Follows Left/Right from `node` by the bits of `peek` under `mask` until
   // a symbol below nchar; kCycle for a walk that would never end.
   uint32_t WalkTree(uint32_t node, uint32_t nchar, uint32_t mask, uint32_t peek) const;
-  void DeriveCharFast();
-  void DerivePosFast(uint32_t np);
   void RefuseTable();
-  uint32_t DecodeSymbol(StaticBitInput& in);
-  uint32_t DecodeOffset(StaticBitInput& in, uint32_t np);
+  // A tree entry of a fast table resolved to symbol | length << 9.
+  [[gnu::noinline]] uint32_t ResolveTree(uint32_t entry, uint32_t nchar, uint32_t mask, uint32_t peek,
+                                         const uint8_t* lengths);
+  uint32_t DecodeSymbol(BitWindow& w, StaticBitInput& in);
+  uint32_t DecodeOffset(BitWindow& w, StaticBitInput& in, uint32_t np);
   bool Flush(StaticBitInput& in, const uint8_t* data, uint32_t count, uint32_t capacity);
 
   static constexpr uint32_t kCycle = 0xFFFFFFFFu;

@@ -4,8 +4,9 @@
 //
 // Exactness notes. The code tables are built as the format's reference
 // builder builds them (CharTable, AuxTable, Left, Right, including what a
-// malformed length set leaves behind), and the one-lookup tables are derived
-// from them, so every accepted length set decodes the same way. The bit
+// malformed length set leaves behind), and the one-lookup tables mirror
+// every write to them, so every accepted length set decodes the same way.
+// Codes longer than a table's bits walk those same trees. The bit
 // input reads ahead only inside the chunk it already holds: a new chunk is
 // read at the very bit at which a 16-bit reader would read it.
 #include <algorithm>
@@ -30,90 +31,112 @@ inline uint64_t LoadBigEndian64(const uint8_t* p) {
 
 }  // namespace
 
-// Bits arrive most significant first at the top of Bits; Count of them are
-// valid. Below them Bits may hold the leading bits of bytes not yet counted
-// (always the true stream bits, or zeros past the member's data).
+// The bits in hand: most significant first at the top of Bits, Count of
+// them valid. Below them Bits may hold the leading bits of bytes not yet
+// counted (always the true stream bits, or zeros past the member's data).
+// The decoding loop keeps this in registers and hands it to the cold part
+// of the input only around refills that leave the chunk.
+struct BitWindow {
+  uint64_t Bits;
+  uint32_t Count;
+  const uint8_t* Next;  // next byte of the chunk not yet counted in Bits
+  const uint8_t* End;   // end of the member's bytes in this chunk
+};
+
 struct StaticBitInput {
-  uint64_t Bits = 0;
-  uint32_t Count = 0;
-  const uint8_t* Next;      // next byte of the chunk not yet counted in Bits
-  const uint8_t* End;       // end of the member's bytes in this chunk
-  uint8_t* Chunk;
-  uint64_t PackedLeft;      // member bytes not yet read into a chunk
-  uint64_t Counted = 0;     // bytes counted before this chunk, zeros included
+  BitWindow W;
+  uint8_t* const Chunk;
+  uint64_t PackedLeft;   // member bytes not yet read into a chunk
+  uint64_t Counted = 0;  // bytes counted before this chunk, zeros included
   const uint64_t PackedSize;
   KzArchiver& Owner;
 
   StaticBitInput(KzArchiver& owner, uint8_t* chunk)
-      : Next(chunk),
-        End(chunk),
+      : W{0, 0, chunk, chunk},
         Chunk(chunk),
         PackedLeft(owner.Transfer.PackedSize),
         PackedSize(owner.Transfer.PackedSize),
         Owner(owner) {}
 
-  uint32_t Peek16() const { return static_cast<uint32_t>(Bits >> 48); }
-
-  // FillBitBuffer(n): the 16-bit reader drops n bits and takes bytes until
-  // it again holds 16, so the bytes it has taken always cover 16 bits past
-  // the consumed ones. Keeping Count >= 16 after every drop keeps us in step.
-  void Consume(uint32_t n) {
-    if (Count < n + 16) [[unlikely]]
-      Refill(n + 16);
-    Bits <<= n;
-    Count -= n;
-  }
-
-  // GetBits(n), 1 <= n <= 16.
-  uint32_t Take(uint32_t n) {
-    uint32_t v = static_cast<uint32_t>(Bits >> (64 - n));
-    Consume(n);
-    return v;
-  }
-
-  uint32_t GetBits(uint32_t n) { return n == 0 ? 0 : Take(n); }
-
-  [[gnu::noinline]] void Refill(uint32_t need) {
-    while (Count <= 56) {
-      if (Next + 8 <= End) {
-        Bits |= LoadBigEndian64(Next) >> Count;
-        Next += (63 - Count) >> 3;
-        Count |= 56;
+  [[gnu::noinline]] void RefillSlow(uint32_t need) {
+    while (W.Count <= 56) {
+      if (W.Next + 8 <= W.End) {
+        W.Bits |= LoadBigEndian64(W.Next) >> W.Count;
+        W.Next += (63 - W.Count) >> 3;
+        W.Count |= 56;
         return;
       }
-      if (Next < End) {
-        Bits |= static_cast<uint64_t>(*Next++) << (56 - Count);
+      if (W.Next < W.End) {
+        W.Bits |= static_cast<uint64_t>(*W.Next++) << (56 - W.Count);
       } else if (PackedLeft == 0) {
         ++Counted;  // past the member's data: zero bits, as many as asked for
-      } else if (Count >= need) {
+      } else if (W.Count >= need) {
         return;  // the next chunk is read only when its first byte is due
       } else {
         ReadChunk();
         continue;
       }
-      Count += 8;
+      W.Count += 8;
     }
   }
 
   void ReadChunk() {
-    Counted += static_cast<uint64_t>(Next - Chunk);
+    Counted += static_cast<uint64_t>(W.Next - Chunk);
     if (!Owner.ArchiveStream.Read(Chunk, kDecodeChunkBytes, nullptr, 0))
       Owner.SetSystemError(Owner.ArchiveStream.GetName());
     uint32_t n = static_cast<uint32_t>(std::min<uint64_t>(kDecodeChunkBytes, PackedLeft));
     PackedLeft -= n;
-    Next = Chunk;
-    End = Chunk + n;
+    W.Next = Chunk;
+    W.End = Chunk + n;
   }
 
   // Bytes a 16-bit reader would have taken: enough for the consumed bits
   // plus 16, never more than the packed size.
   void Settle() {
-    uint64_t counted = Counted + static_cast<uint64_t>(Next - Chunk);
-    uint64_t consumed = 8 * counted - Count;
+    uint64_t counted = Counted + static_cast<uint64_t>(W.Next - Chunk);
+    uint64_t consumed = 8 * counted - W.Count;
     uint64_t taken = std::min(PackedSize, (consumed + 16 + 7) / 8);
     Owner.Transfer.PackedSize = PackedSize - taken;
   }
 };
+
+namespace {
+
+inline uint32_t Peek16(const BitWindow& w) { return static_cast<uint32_t>(w.Bits >> 48); }
+
+// At least `need` (at most 33) bits in hand; a chunk is read only when the
+// bytes in hand cannot give them.
+inline void Ensure(BitWindow& w, StaticBitInput& in, uint32_t need) {
+  if (w.Count >= need) [[likely]]
+    return;
+  if (w.Next + 8 <= w.End) [[likely]] {
+    w.Bits |= LoadBigEndian64(w.Next) >> w.Count;
+    w.Next += (63 - w.Count) >> 3;
+    w.Count |= 56;
+    return;
+  }
+  in.W = w;
+  in.RefillSlow(need);
+  w = in.W;
+}
+
+// FillBitBuffer(n): a 16-bit reader drops n bits and takes bytes until it
+// again holds 16, so the bytes it has taken always cover 16 bits past the
+// consumed ones. Holding 16 past every drop keeps the reads in step.
+inline void Consume(BitWindow& w, StaticBitInput& in, uint32_t n) {
+  Ensure(w, in, n + 16);
+  w.Bits <<= n;
+  w.Count -= n;
+}
+
+// GetBits(n), 1 <= n <= 16.
+inline uint32_t Take(BitWindow& w, StaticBitInput& in, uint32_t n) {
+  uint32_t v = static_cast<uint32_t>(w.Bits >> (64 - n));
+  Consume(w, in, n);
+  return v;
+}
+
+}  // namespace
 
 void StaticHuffmanDecoderBase::RefuseTable() {
   Owner->SetError(ARC_E_BADTABLE, Owner->ArchiveStream.GetName());
@@ -132,15 +155,19 @@ uint32_t StaticHuffmanDecoderBase::WalkTree(uint32_t node, uint32_t nchar, uint3
   return j;
 }
 
+// Besides `table` and the trees, fills `fast` (when given) with what each
+// entry resolves to: symbol | length << 9, or kTreeEntry | node. Every entry
+// of an accepted code is written in this build (the codes of each length
+// are contiguous and the starts tile the whole code space, wrapped or not),
+// so mirroring each write keeps the two tables in agreement.
 bool StaticHuffmanDecoderBase::BuildDecodeTable(uint32_t nchar, const uint8_t* lengths,
                                                 uint32_t tableBits, uint16_t* table,
-                                                uint32_t tableEntries) {
+                                                uint32_t tableEntries, uint16_t* fast) {
   // 1. Count the lengths (each is 1 to 16 here; longer ones were refused).
   uint16_t count[17] = {};
   for (uint32_t ch = 0; ch < nchar; ++ch) ++count[lengths[ch]];
-  bool any = false;
-  for (uint32_t l = 1; l <= 16; ++l) any |= count[l] != 0;
-  if (!any) return RefuseTable(), false;  // nothing to decode with
+  if (std::all_of(count + 1, count + 17, [](uint16_t c) { return c == 0; }))
+    return RefuseTable(), false;  // nothing to decode with
   // 2.-3. Code starts in 16 bits; a complete code wraps to exactly 0.
   uint16_t start[18];
   start[1] = 0;
@@ -168,9 +195,11 @@ bool StaticHuffmanDecoderBase::BuildDecodeTable(uint32_t nchar, const uint8_t* l
     if (l <= tableBits) {
       if (next > tableEntries) return RefuseTable(), false;
       std::fill(table + start[l], table + next, static_cast<uint16_t>(ch));
+      if (fast) std::fill(fast + start[l], fast + next, static_cast<uint16_t>(ch | l << 9));
     } else {
       uint32_t k = start[l];
       uint16_t* slot = &table[k >> jut];
+      if (fast && *slot == 0) fast[k >> jut] = static_cast<uint16_t>(kTreeEntry | avail);
       for (uint32_t steps = l - tableBits; steps > 0; --steps) {
         if (*slot == 0) {
           if (avail == kTreeNodes) return RefuseTable(), false;
@@ -187,119 +216,113 @@ bool StaticHuffmanDecoderBase::BuildDecodeTable(uint32_t nchar, const uint8_t* l
   return true;
 }
 
-void StaticHuffmanDecoderBase::DeriveCharFast() {
-  for (uint32_t k = 0; k < 4096; ++k) {
-    uint32_t v = CharTable[k];
-    CharFast[k] = static_cast<uint16_t>(v < NC ? v | CharLen[v] << 9 : kTreeEntry | v);
-  }
-}
-
-void StaticHuffmanDecoderBase::DerivePosFast(uint32_t np) {
-  for (uint32_t k = 0; k < 256; ++k) {
-    uint32_t v = AuxTable[k];
-    PosFast[k] = static_cast<uint16_t>(v < np ? v | AuxLen[v] << 9 : kTreeEntry | v);
-  }
-}
-
 void StaticHuffmanDecoderBase::ReadAuxLengths(StaticBitInput& in, uint32_t nn, uint32_t nbit,
-                                              int32_t special) {
+                                              int32_t special, uint16_t* fast) {
+  BitWindow& w = in.W;
   // 1.-2. A count of 0 sends the single symbol that every code decodes to.
-  uint32_t n = in.Take(nbit);
+  uint32_t n = Take(w, in, nbit);
   if (n == 0) {
-    uint32_t v = in.Take(nbit);
+    uint32_t v = Take(w, in, nbit);
     if (v >= nn) return RefuseTable();
     std::fill(AuxLen, AuxLen + nn, uint8_t{0});
     std::fill(AuxTable, AuxTable + 256, static_cast<uint16_t>(v));
+    if (fast) std::fill(fast, fast + 256, static_cast<uint16_t>(v));
     return;
   }
   if (n > nn) return RefuseTable();
   // 3. Lengths: 3 bits, 7 extended by a run of 1 bits.
   uint32_t i = 0;
   while (i < n) {
-    uint32_t peek = in.Peek16();
+    uint32_t peek = Peek16(w);
     uint32_t v = peek >> 13;
     if (v == 7)
       for (uint32_t mask = 1u << 12; peek & mask; mask >>= 1) ++v;
-    in.Consume(v < 7 ? 3 : v - 3);
+    Consume(w, in, v < 7 ? 3 : v - 3);
     if (v > 16) return RefuseTable();
     AuxLen[i++] = static_cast<uint8_t>(v);
     if (static_cast<int32_t>(i) == special) {
       // n <= 19 keeps i + k within AuxLen.
-      for (uint32_t k = in.Take(2); k > 0; --k) AuxLen[i++] = 0;
+      for (uint32_t k = Take(w, in, 2); k > 0; --k) AuxLen[i++] = 0;
     }
   }
   // 4.-5.
   std::fill(AuxLen + std::min(i, nn), AuxLen + nn, uint8_t{0});
-  BuildDecodeTable(nn, AuxLen, 8, AuxTable, 256);
+  BuildDecodeTable(nn, AuxLen, 8, AuxTable, 256, fast);
 }
 
 void StaticHuffmanDecoderBase::ReadCharLengths(StaticBitInput& in) {
-  uint32_t n = in.Take(CBIT);
+  BitWindow& w = in.W;
+  uint32_t n = Take(w, in, CBIT);
   if (n == 0) {
-    uint32_t v = in.Take(CBIT);
+    uint32_t v = Take(w, in, CBIT);
     if (v >= NC) return RefuseTable();
     std::fill(CharLen, CharLen + NC, uint8_t{0});
     std::fill(CharTable, CharTable + 4096, static_cast<uint16_t>(v));
-    return DeriveCharFast();
+    std::fill(CharFast, CharFast + 4096, static_cast<uint16_t>(v));
+    return;
   }
   if (n > NC) return RefuseTable();
   uint32_t i = 0;
   while (i < n) {
-    uint32_t peek = in.Peek16();
+    uint32_t peek = Peek16(w);
     uint32_t s = AuxTable[peek >> 8];
     if (s >= NT) {
       s = WalkTree(s, NT, 0x80, peek);
       if (s == kCycle) return RefuseTable();
     }
-    in.Consume(AuxLen[s]);
+    Consume(w, in, AuxLen[s]);
     if (s > 2) {
       CharLen[i++] = static_cast<uint8_t>(s - 2);
       continue;
     }
-    uint32_t run = s == 0 ? 1 : s == 1 ? in.Take(4) + 3 : in.Take(CBIT) + 20;
+    uint32_t run = s == 0 ? 1 : s == 1 ? Take(w, in, 4) + 3 : Take(w, in, CBIT) + 20;
     if (run > NC - i) return RefuseTable();
     std::fill(CharLen + i, CharLen + i + run, uint8_t{0});
     i += run;
   }
   std::fill(CharLen + i, CharLen + NC, uint8_t{0});
-  if (BuildDecodeTable(NC, CharLen, 12, CharTable, 4096)) DeriveCharFast();
+  BuildDecodeTable(NC, CharLen, 12, CharTable, 4096, CharFast);
 }
 
 uint32_t StaticHuffmanDecoderBase::ReadBlockHead(StaticBitInput& in, uint32_t np, uint32_t pbit) {
-  uint32_t blockSize = in.Take(16);
-  ReadAuxLengths(in, NT, TBIT, 3);
+  uint32_t blockSize = Take(in.W, in, 16);
+  ReadAuxLengths(in, NT, TBIT, 3, nullptr);
   if (Owner->Status < 0) return 0;
   ReadCharLengths(in);
   if (Owner->Status < 0) return 0;
-  ReadAuxLengths(in, np, pbit, -1);
+  ReadAuxLengths(in, np, pbit, -1, PosFast);
   if (Owner->Status < 0) return 0;
-  DerivePosFast(np);
   return blockSize == 0 ? 65536 : blockSize;
 }
 
-inline uint32_t StaticHuffmanDecoderBase::DecodeSymbol(StaticBitInput& in) {
-  uint32_t e = CharFast[in.Peek16() >> 4];
+uint32_t StaticHuffmanDecoderBase::ResolveTree(uint32_t entry, uint32_t nchar, uint32_t mask,
+                                               uint32_t peek, const uint8_t* lengths) {
+  uint32_t j = WalkTree(entry & ~uint32_t{kTreeEntry}, nchar, mask, peek);
+  if (j == kCycle) return RefuseTable(), kCycle;
+  return j | lengths[j] << 9;
+}
+
+inline uint32_t StaticHuffmanDecoderBase::DecodeSymbol(BitWindow& w, StaticBitInput& in) {
+  uint32_t e = CharFast[Peek16(w) >> 4];
   if (e & kTreeEntry) [[unlikely]] {
-    uint32_t j = WalkTree(e & ~kTreeEntry, NC, 0x08, in.Peek16());
-    if (j == kCycle) return RefuseTable(), 0;
-    e = j | CharLen[j] << 9;
+    e = ResolveTree(e, NC, 0x08, Peek16(w), CharLen);
+    if (e == kCycle) return 0;
   }
-  in.Consume(e >> 9);
+  Consume(w, in, e >> 9);
   return e & 0x1FF;
 }
 
 // The match distance minus one, or kCycle after a refused tree.
-inline uint32_t StaticHuffmanDecoderBase::DecodeOffset(StaticBitInput& in, uint32_t np) {
-  uint32_t e = PosFast[in.Peek16() >> 8];
+inline uint32_t StaticHuffmanDecoderBase::DecodeOffset(BitWindow& w, StaticBitInput& in, uint32_t np) {
+  uint32_t e = PosFast[Peek16(w) >> 8];
   if (e & kTreeEntry) [[unlikely]] {
-    uint32_t j = WalkTree(e & ~kTreeEntry, np, 0x80, in.Peek16());
-    if (j == kCycle) return RefuseTable(), kCycle;
-    e = j | AuxLen[j] << 9;
+    e = ResolveTree(e, np, 0x80, Peek16(w), AuxLen);
+    if (e == kCycle) return kCycle;
   }
-  in.Consume(e >> 9);
+  Consume(w, in, e >> 9);
   uint32_t j = e & 0x1FF;
   if (j <= 1) return j;
-  return (1u << (j - 1)) + in.Take(j - 1);
+  return (1u << (j - 1)) + Take(w, in, j - 1);
 }
 
 // Output bookkeeping of one block: write, then CRC, totals and progress.
@@ -343,7 +366,76 @@ inline void CopyMatch(uint8_t* dst, uint32_t distance, uint32_t length) {
   }
 }
 
+// A match into ring[loc...]. A source behind the ring's start lies before
+// the member's first byte until the first half is out (zeros), at the
+// ring's end afterwards.
+template <uint32_t kRing>
+inline void CopyFromRing(uint8_t* ring, uint32_t loc, uint32_t distance, uint32_t length,
+                         bool history) {
+  if (distance <= loc) [[likely]]
+    return CopyMatch(ring + loc, distance, length);
+  for (uint32_t k = 0; k < length; ++k) {
+    int32_t s = static_cast<int32_t>(loc + k) - static_cast<int32_t>(distance);
+    ring[loc + k] = s >= 0 ? ring[s] : history ? ring[s + kRing] : 0;
+  }
+}
+
 }  // namespace
+
+// Codes while nothing but decoding can happen: inside the block, short of
+// `limit` (a whole match before the half's end and the original size), and
+// with 8 bytes of the chunk ahead, so that no read is due and the status
+// cannot change. One refill per code covers its 47 bits at most.
+//
+// A refill fills all 64 bits with stream bits and a code takes at most 47,
+// so the next code's table entry is looked up before the next refill, off
+// the refill's load.
+template <const StaticMethodParams& P>
+uint32_t StaticHuffmanDecoderBase::DecodeRun(BitWindow& w, uint8_t* ring, uint32_t loc,
+                                             uint32_t limit, uint32_t& blockLeft, bool history) {
+  uint64_t bits = w.Bits;
+  uint32_t count = w.Count;
+  const uint8_t* next = w.Next;
+  const uint8_t* const end = w.End;
+  uint32_t left = blockLeft;
+  uint32_t e = CharFast[bits >> 52];
+  while (left != 0 && loc < limit && next + 8 <= end) {
+    bits |= LoadBigEndian64(next) >> count;
+    next += (63 - count) >> 3;
+    count |= 56;
+    --left;
+    if (e & kTreeEntry) [[unlikely]] {
+      e = ResolveTree(e, NC, 0x08, static_cast<uint32_t>(bits >> 48), CharLen);
+      if (e == kCycle) return kCycle;
+    }
+    bits <<= e >> 9;
+    count -= e >> 9;
+    uint32_t c = e & 0x1FF;
+    if (c < 256) {
+      ring[loc++] = static_cast<uint8_t>(c);
+      e = CharFast[bits >> 52];
+      continue;
+    }
+    uint32_t p = PosFast[bits >> 56];
+    if (p & kTreeEntry) [[unlikely]] {
+      p = ResolveTree(p, P.NP, 0x80, static_cast<uint32_t>(bits >> 48), AuxLen);
+      if (p == kCycle) return kCycle;
+    }
+    bits <<= p >> 9;
+    count -= p >> 9;
+    uint32_t j = p & 0x1FF;
+    uint32_t extra = j - (j != 0);  // j - 1 plain bits after symbol j >= 1
+    uint32_t position = ((1u << j) >> 1) + static_cast<uint32_t>((bits >> 1) >> (63 - extra));
+    bits <<= extra;
+    count -= extra;
+    e = CharFast[bits >> 52];
+    CopyFromRing<2 * P.WindowSize>(ring, loc, position + 1, c - 253, history);
+    loc += c - 253;
+  }
+  w = BitWindow{bits, count, next, end};
+  blockLeft = left;
+  return loc;
+}
 
 template <const StaticMethodParams& P>
 void StaticHuffmanDecoderBase::DecodeWith() {
@@ -353,7 +445,8 @@ void StaticHuffmanDecoderBase::DecodeWith() {
   KzArchiver& owner = *Owner;
   // 1. Start of the member: prime 16 bits.
   StaticBitInput in(owner, InputChunk);
-  in.Consume(0);
+  Consume(in.W, in, 0);
+  BitWindow w = in.W;
   // 2.-3.
   const uint32_t size = static_cast<uint32_t>(owner.Transfer.OriginalSize);
   uint8_t* const ring = Window;
@@ -361,15 +454,30 @@ void StaticHuffmanDecoderBase::DecodeWith() {
   uint32_t count = 0;
   uint32_t blockLeft = 0;
   bool history = false;  // false until the first half is out: older bytes read as zeros
-  // 4. Codes until the output count is reached.
+  // 4. Codes until the output count is reached: runs of codes that need no
+  // checks, and one code at a time, checked as the format says, between.
   while (count < size) {
+    uint32_t halfEnd = (loc & ~(W - 1)) + W;
+    if (blockLeft != 0 && loc + 256 < halfEnd && owner.Status >= 0) {
+      uint32_t limit = halfEnd - 256;
+      if (size - count < limit - loc) limit = loc + (size - count);
+      uint32_t before = loc;
+      loc = DecodeRun<P>(w, ring, loc, limit, blockLeft, history);
+      if (loc == kCycle) [[unlikely]]
+        return (in.W = w, in.Settle());
+      count += loc - before;
+      if (count >= size) break;
+      halfEnd = (loc & ~(W - 1)) + W;  // unchanged: a run stays inside its half
+    }
     if (blockLeft == 0) {
+      in.W = w;
       blockLeft = ReadBlockHead(in, P.NP, P.PBIT);
+      w = in.W;
       if (owner.Status < 0) return in.Settle();
     }
     --blockLeft;
-    uint32_t c = DecodeSymbol(in);
-    if (owner.Status < 0) return in.Settle();
+    uint32_t c = DecodeSymbol(w, in);
+    if (owner.Status < 0) return (in.W = w, in.Settle());
     uint32_t end;
     if (c < 256) {
       ring[loc] = static_cast<uint8_t>(c);
@@ -378,35 +486,26 @@ void StaticHuffmanDecoderBase::DecodeWith() {
     } else {
       uint32_t length = c - 253;
       count += length;
-      uint32_t position = DecodeOffset(in, P.NP);
+      uint32_t position = DecodeOffset(w, in, P.NP);
       if (position == kCycle) [[unlikely]]
-        return in.Settle();
-      uint32_t distance = position + 1;
-      if (distance <= loc) {
-        CopyMatch(ring + loc, distance, length);
-      } else {
-        // The source starts behind the ring's start: before the member's
-        // first byte until the first half is out, else at the ring's end.
-        for (uint32_t k = 0; k < length; ++k) {
-          int32_t s = static_cast<int32_t>(loc + k) - static_cast<int32_t>(distance);
-          ring[loc + k] = s >= 0 ? ring[s] : history ? ring[s + kRing] : 0;
-        }
-      }
+        return (in.W = w, in.Settle());
+      CopyFromRing<kRing>(ring, loc, position + 1, length, history);
       end = loc + length;
     }
     // A completed half leaves as one block; bytes past the ring's end
     // move to its start.
-    if (((end ^ loc) & ~(W - 1)) != 0) [[unlikely]] {
-      uint32_t boundary = (loc & ~(W - 1)) + W;
-      if (!Flush(in, ring + boundary - W, W, W) || owner.Status < 0) return in.Settle();
+    if (end >= halfEnd) {
+      in.W = w;
+      if (!Flush(in, ring + halfEnd - W, W, W) || owner.Status < 0) return in.Settle();
       history = true;
-      if (boundary == kRing) {
+      if (halfEnd == kRing) {
         std::memcpy(ring, ring + kRing, end - kRing);
         end -= kRing;
       }
     }
     loc = end;
   }
+  in.W = w;
   // 5. The last, shorter block.
   uint32_t tail = loc & (W - 1);
   if (tail != 0) Flush(in, ring + loc - tail, tail, W);

@@ -263,6 +263,23 @@ TEST(StaticDecoder, SingleSymbolPositionCodeStillReadsItsExtraBits) {
   EXPECT_EQ(h.Output(), expected);
 }
 
+TEST(StaticDecoder, AnOverFullCodeDecodesByTheEntriesWrittenLast) {
+  // Lengths 1, 1, 2, 2, 2, 2 fill the code space twice; the sum wraps to 0
+  // in 16 bits, so the table builder accepts them, and symbols 2 to 5,
+  // placed last, cover the whole table with 2-bit codes.
+  BitWriter w;
+  BlockWriter b(w, 14, 4);
+  b.BlockSize(8);
+  b.LengthCode(kztest::DefaultLengthCode());
+  b.CharLengths({1, 1, 2, 2, 2, 2});
+  b.SinglePositionCode(0);
+  w.Put(0b0001101111100100, 16);
+  Bytes expected{2, 3, 4, 5, 5, 4, 3, 2};
+  DecodeHarness h;
+  EXPECT_EQ(h.Decode({.Method = 5, .Packed = w.Finish(), .OriginalSize = 8}, expected), 0);
+  EXPECT_EQ(h.Output(), expected);
+}
+
 // Long codes (13 to 16 bits) are resolved through the trees under the
 // 12-bit table; a code that puts as many symbols there as it can.
 TEST(StaticDecoder, CodesLongerThanTheTableWalkTheTrees) {
