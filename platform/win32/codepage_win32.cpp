@@ -36,6 +36,19 @@ size_t CharLength(uint32_t codePage, const unsigned char* in) {
   return IsDBCSLeadByteEx(codePage, b) ? 2 : 1;
 }
 
+// Characters the system's tables give where Linux's refuse the bytes: C1
+// controls for bytes a code page leaves undefined (0x80 in 932 and 949, five
+// bytes of 1252), and private-use characters for the user-defined ranges of
+// the Chinese and Korean code pages. 932's user range is mapped alike on
+// both, and so is Big5's block U+F6B1..U+F848 (C6A1..C8FE). These count as
+// not decoding, so both builds give the same names.
+bool IsFoldedCharacter(uint32_t codePage, wchar_t c) {
+  if (c >= 0x80 && c <= 0x9F) return codePage != 950;  // Big5 maps 0x80 on both
+  if (c < 0xE000 || c > 0xF8FF) return false;
+  if (codePage == 950) return c < 0xF6B1 || c > 0xF848;
+  return codePage == 936 || codePage == 949;
+}
+
 // One character of in[0..n) into out (up to 2 units); units written, 0 when
 // it does not decode.
 size_t DecodeOne(uint32_t codePage, const unsigned char* in, size_t n, wchar_t* out) {
@@ -52,6 +65,7 @@ size_t DecodeOne(uint32_t codePage, const unsigned char* in, size_t n, wchar_t* 
   if (len == 0 || len > n) return 0;
   int got = MultiByteToWideChar(codePage, MB_ERR_INVALID_CHARS, reinterpret_cast<const char*>(in),
                                 static_cast<int>(len), out, 2);
+  if (got == 1 && codePage != kUtf8 && IsFoldedCharacter(codePage, out[0])) return 0;
   return got > 0 ? static_cast<size_t>(got) : 0;
 }
 
@@ -78,10 +92,16 @@ DecodeStop CodePageCodec::Decode(const char* in, size_t n, wchar_t* out, size_t 
   if (codePage_ != kAscii && codePage_ != kLatin1 && n > 0 && n < 0x7FFFFFFF) {
     int whole = MultiByteToWideChar(codePage_, MB_ERR_INVALID_CHARS, in, static_cast<int>(n), nullptr, 0);
     if (whole > 0 && static_cast<size_t>(whole) <= room) {
-      *consumed = n;
-      *produced = static_cast<size_t>(
-          MultiByteToWideChar(codePage_, MB_ERR_INVALID_CHARS, in, static_cast<int>(n), out, whole));
-      return DecodeStop::End;
+      MultiByteToWideChar(codePage_, MB_ERR_INVALID_CHARS, in, static_cast<int>(n), out, whole);
+      bool folded = false;
+      for (int k = 0; k < whole && !folded && codePage_ != kUtf8; ++k) {
+        folded = IsFoldedCharacter(codePage_, out[k]);
+      }
+      if (!folded) {
+        *consumed = n;
+        *produced = static_cast<size_t>(whole);
+        return DecodeStop::End;
+      }
     }
   }
   const auto* bytes = reinterpret_cast<const unsigned char*>(in);
@@ -117,6 +137,7 @@ size_t CodePageCodec::EncodeChar(const wchar_t* ch, size_t units, char* out, siz
     out[0] = static_cast<char>(c);
     return 1;
   }
+  if (codePage_ != kUtf8 && units == 1 && IsFoldedCharacter(codePage_, ch[0])) return 0;
   int n;
   if (codePage_ == kUtf8) {
     n = WideCharToMultiByte(codePage_, WC_ERR_INVALID_CHARS, ch, static_cast<int>(units), out,

@@ -128,7 +128,9 @@ BOOL QueryTarget(const wchar_t* path, EntryInfo& info) { return Query(path, info
 
 BOOL MakeDirectory(const wchar_t* path) {
   if (Injected(kz::fault::kCreate)) return kFalse;
-  return CreateDirectoryW(ToSystemPath(path).c_str(), nullptr) ? kTrue : kFalse;
+  if (CreateDirectoryW(ToSystemPath(path).c_str(), nullptr)) return kTrue;
+  // The library treats an existing entry as EEXIST is treated on POSIX.
+  return GetLastError() == ERROR_ALREADY_EXISTS ? Fail(ERROR_FILE_EXISTS) : kFalse;
 }
 
 BOOL MakeDirectories(const wchar_t* path) {

@@ -1,0 +1,156 @@
+// FileStream on this system: the errors a failed call leaves, reads past
+// the end, positioned reads, truncation, times, and paths longer than the
+// classic Windows limit.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "enginelib/file_stream.h"
+#include "enginelib/names.h"
+#include "platform/fs.h"
+#include "platform/local_time.h"
+#include "platform/engine_path.h"
+#include "support/test_support.h"
+
+namespace {
+
+using kztest::EnginePath;
+using kztest::TempDir;
+
+// Windows tells a missing directory from a missing file; POSIX says ENOENT
+// for both.
+#ifdef _WIN32
+constexpr DWORD kMissingDirectory = ERROR_PATH_NOT_FOUND;
+#else
+constexpr DWORD kMissingDirectory = ERROR_FILE_NOT_FOUND;
+#endif
+
+struct OpenFailure {
+  const char* what;
+  const char* name;
+  DWORD disposition;
+  DWORD error;
+};
+
+TEST(FileStreamErrors, AFailedOpenLeavesTheSystemErrorAndTheName) {
+  TempDir dir;
+  kztest::WriteFile(dir / "exists.bin", std::string("x"));
+  std::filesystem::create_directory(dir / "sub");
+  const OpenFailure cases[] = {
+      {"missing file", "missing.bin", OPEN_EXISTING, ERROR_FILE_NOT_FOUND},
+      {"directory", "sub", OPEN_EXISTING, ERROR_ACCESS_DENIED},
+      {"missing directory on the way", "nodir\\x.bin", OPEN_EXISTING, kMissingDirectory},
+      {"new file that exists", "exists.bin", CREATE_NEW, ERROR_FILE_EXISTS},
+      {"new file in a missing directory", "nodir\\x.bin", CREATE_NEW, kMissingDirectory},
+  };
+  for (const auto& c : cases) {
+    FileStream s;
+    std::wstring path = EnginePath(dir.path()) + L"\\" + kztest::Wide(c.name);
+    SetLastError(0);
+    EXPECT_FALSE(s.Open(path.c_str(), GENERIC_READ, FILE_SHARE_READ, c.disposition, 0, 0)) << c.what;
+    EXPECT_EQ(GetLastError(), c.error) << c.what;
+    EXPECT_FALSE(s.IsOpen()) << c.what;
+    EXPECT_EQ(std::wstring(s.GetName()), path) << c.what;
+  }
+  FileStream closed;
+  uint8_t byte;
+  EXPECT_FALSE(closed.Read(&byte, 1, nullptr, 0));
+  EXPECT_FALSE(closed.Seek(0, 0, 0));
+}
+
+TEST(FileStreamData, ReadsWritesSeeksAndTruncates) {
+  TempDir dir;
+  std::wstring path = EnginePath(dir / "data.bin");
+  FileStream s;
+  ASSERT_TRUE(s.Create(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW, FILE_ATTRIBUTE_ARCHIVE, 0));
+  uint32_t put = 0;
+  ASSERT_TRUE(s.Write("0123456789", 10, &put, 0));
+  EXPECT_EQ(put, 10u);
+  uint64_t size = 0;
+  ASSERT_TRUE(s.GetSize(&size));
+  EXPECT_EQ(size, 10u);
+
+  ASSERT_TRUE(s.Seek(-4, 2, 0));
+  EXPECT_EQ(s.GetPosition(), 6u);
+  char buf[8] = {'?', '?', '?', '?', '?', '?', '?', '?'};
+  uint32_t got = 99;
+  ASSERT_TRUE(s.Read(buf, 8, &got, 0));  // past the end: a short read, zero-filled
+  EXPECT_EQ(got, 4u);
+  EXPECT_EQ(std::string(buf, 8), std::string("6789\0\0\0\0", 8));
+
+  ASSERT_TRUE(s.Seek(2, 0, 0));
+  ASSERT_TRUE(s.ReadAt(7, buf, 3, &got));  // positioned: the position stays
+  EXPECT_EQ(std::string(buf, 3), "789");
+  EXPECT_EQ(s.GetPosition(), 2u);
+  ASSERT_TRUE(s.Seek(3, 1, 0));
+  EXPECT_EQ(s.GetPosition(), 5u);
+  ASSERT_TRUE(s.SetEnd());
+  ASSERT_TRUE(s.GetSize(&size));
+  EXPECT_EQ(size, 5u);
+  s.Close();
+  EXPECT_FALSE(s.IsOpen());
+  EXPECT_EQ(kztest::ReadFile(dir / "data.bin"), kztest::ToBytes("01234"));
+}
+
+TEST(FileStreamData, DosTimeIsTheLocalTimeOfTheLastWrite) {
+  TempDir dir;
+  std::wstring path = EnginePath(dir / "t.bin");
+  FileStream s;
+  ASSERT_TRUE(s.Create(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS, 0, 0));
+  const int64_t t = kz::platform::UnixFromLocal({2010, 6, 15, 10, 20, 31});
+  ASSERT_TRUE(s.SetModTime(t));
+  uint16_t date = 0;
+  uint16_t time = 0;
+  ASSERT_TRUE(s.GetDosDateTime(&date, &time));
+  EXPECT_EQ((uint32_t{date} << 16) | time, kz::UnixToDosTime(t));
+  EXPECT_EQ(date, ((2010 - 1980) << 9) | (6 << 5) | 15);
+  EXPECT_EQ(time, (10 << 11) | (20 << 5) | 15);
+  s.Close();
+  kz::fs::EntryInfo info;
+  ASSERT_TRUE(kz::fs::QueryEntry(path.c_str(), info));
+  EXPECT_EQ(info.ModTime, t);
+}
+
+TEST(FileStreamPaths, LongPathsWork) {
+  TempDir dir;
+  // Five components of 60 characters: past 260 characters from any root.
+  std::wstring path = EnginePath(dir.path());
+  for (wchar_t c : {L'a', L'b', L'c', L'd', L'e'}) path += L"\\" + std::wstring(60, c);
+  ASSERT_TRUE(kz::fs::MakeDirectories(path.c_str()));
+  path += L"\\member.txt";
+  ASSERT_GT(path.size(), 300u);
+  FileStream s;
+  ASSERT_TRUE(s.Create(path.c_str(), GENERIC_WRITE, 0, CREATE_NEW, 0, 0));
+  ASSERT_TRUE(s.Write("long", 4, nullptr, 0));
+  s.Close();
+  ASSERT_TRUE(s.Open(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0, 0));
+  char buf[4];
+  uint32_t got = 0;
+  ASSERT_TRUE(s.Read(buf, 4, &got, 0));
+  EXPECT_EQ(std::string(buf, got), "long");
+  s.Close();
+  kz::fs::EntryInfo info;
+  ASSERT_TRUE(kz::fs::QueryEntry(path.c_str(), info));
+  EXPECT_EQ(info.Type, kz::fs::EntryType::File);
+  EXPECT_EQ(info.Size, 4u);
+  EXPECT_TRUE(kz::fs::RemoveFile(path.c_str()));
+}
+
+TEST(FileStreamPaths, AFileBeingReadCanBeRemoved) {
+  // POSIX lets a file be unlinked while it is open; the Windows streams
+  // share delete access so that the same holds there.
+  TempDir dir;
+  kztest::WriteFile(dir / "old.bin", std::string("old"));
+  std::wstring path = EnginePath(dir / "old.bin");
+  FileStream reader;
+  ASSERT_TRUE(reader.Open(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0, 0));
+  EXPECT_TRUE(kz::fs::RemoveFile(path.c_str()));
+  char buf[3];
+  uint32_t got = 0;
+  EXPECT_TRUE(reader.Read(buf, 3, &got, 0));
+  EXPECT_EQ(std::string(buf, got), "old");
+  reader.Close();
+  EXPECT_FALSE(std::filesystem::exists(dir / "old.bin"));
+}
+
+}  // namespace
