@@ -24,7 +24,10 @@ __attribute__((format(printf, 1, 2))) std::string Format(const char* format, ...
 }
 
 bool IsSymlink(const LhaHeader& h) { return (h.LibFlags & kSymlinkFlag) != 0; }
-bool IsDirectory(const LhaHeader& h) { return (h.Attributes & kDirectoryBit) != 0; }
+// Level-0/1 "-lhd-" entries may carry a file's attribute byte; the method says it.
+bool IsDirectory(const LhaHeader& h) {
+  return (h.Attributes & kDirectoryBit) != 0 || h.Method == static_cast<uint32_t>('d' - '0');
+}
 
 // A symbolic link's name is "link|target"; split it at the first bar.
 void SplitLink(const Member& m, std::wstring* link, std::wstring* target) {

@@ -20,7 +20,7 @@ test -f "$module"
 # pkg-config
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 cc -std=c11 -Wall -Werror "$source_dir/examples/host.c" $(pkg-config --cflags --libs kzlha) -o "$work/host-pc"
-test "$(pkg-config --variable=enginemodule kzlha)" = "$module"
+test "$(realpath "$(pkg-config --variable=enginemodule kzlha)")" = "$(realpath "$module")"
 
 # find_package
 cmake -S "$source_dir/examples" -B "$work/build-example" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
