@@ -47,6 +47,7 @@ class KZLIB_API FileStream {
 #ifdef _WIN32
   void* handle_;
 #else
+  BOOL ReadLoop(int64_t offset, void* buffer, uint32_t length, uint32_t* countRead);
   int fd_;
 #endif
   PathString name_;

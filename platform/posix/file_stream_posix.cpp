@@ -76,7 +76,9 @@ BOOL FileStream::Create(const wchar_t* path, DWORD access, DWORD share, DWORD di
   return 1;
 }
 
-BOOL FileStream::Read(void* buffer, uint32_t length, uint32_t* countRead, intptr_t) {
+// Reads until `length` bytes or the end of the file (offset < 0: at the
+// current position); zero-fills what was not delivered.
+BOOL FileStream::ReadLoop(int64_t offset, void* buffer, uint32_t length, uint32_t* countRead) {
   if (countRead) *countRead = 0;
   if (fd_ < 0) {
     errno = EBADF;
@@ -86,7 +88,8 @@ BOOL FileStream::Read(void* buffer, uint32_t length, uint32_t* countRead, intptr
   auto* out = static_cast<uint8_t*>(buffer);
   uint32_t done = 0;
   while (done < length) {
-    ssize_t n = ::read(fd_, out + done, length - done);
+    ssize_t n = offset < 0 ? ::read(fd_, out + done, length - done)
+                           : ::pread(fd_, out + done, length - done, static_cast<off_t>(offset + done));
     if (n < 0) {
       if (errno == EINTR) continue;
       return Fail();
@@ -99,27 +102,12 @@ BOOL FileStream::Read(void* buffer, uint32_t length, uint32_t* countRead, intptr
   return 1;
 }
 
+BOOL FileStream::Read(void* buffer, uint32_t length, uint32_t* countRead, intptr_t) {
+  return ReadLoop(-1, buffer, length, countRead);
+}
+
 BOOL FileStream::ReadAt(uint64_t offset, void* buffer, uint32_t length, uint32_t* countRead) {
-  if (countRead) *countRead = 0;
-  if (fd_ < 0) {
-    errno = EBADF;
-    return Fail();
-  }
-  if (kz::fault::ShouldFail(kz::fault::kRead)) return 0;
-  auto* out = static_cast<uint8_t*>(buffer);
-  uint32_t done = 0;
-  while (done < length) {
-    ssize_t n = ::pread(fd_, out + done, length - done, static_cast<off_t>(offset + done));
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return Fail();
-    }
-    if (n == 0) break;
-    done += static_cast<uint32_t>(n);
-  }
-  if (done < length) std::memset(out + done, 0, length - done);
-  if (countRead) *countRead = done;
-  return 1;
+  return ReadLoop(static_cast<int64_t>(offset), buffer, length, countRead);
 }
 
 BOOL FileStream::Write(const void* buffer, uint32_t length, uint32_t* countWritten, intptr_t) {
