@@ -97,11 +97,49 @@ void EncoderBase::WriteAuxLengths(int32_t n, uint32_t countBits, int32_t skipInd
   }
 }
 
+// One code of the block buffer through `put`; returns the next code's place.
+// A literal is its byte; a match is length - 3 and the distance code, high
+// byte first.
+template <typename Put>
+inline const uint8_t* EncoderBase::EmitCode(const uint8_t* q, bool match, Put&& put) const {
+  if (!match) {
+    const uint32_t b = q[0];
+    put(CharLen[b], CharCode[b]);
+    return q + 1;
+  }
+  const uint32_t c = q[0] + 256u;
+  put(CharLen[c], CharCode[c]);
+  const uint32_t p = (uint32_t{q[1]} << 8) | q[2];
+  const uint32_t k = static_cast<uint32_t>(std::bit_width(p));
+  put(AuxLen[k], AuxCode[k]);
+  if (k > 1) put(k - 1, p & (0xFFFFu >> (17 - k)));
+  return q + 3;
+}
+
 // The block buffer holds groups of a flag byte (bit 7 first; set = match)
-// and up to eight codes: a literal byte, or length - 3 and the distance
-// code high byte first.
+// and up to eight codes. The codes go through a bit accumulator kept in
+// locals; within a code's reach of the buffer's end they take the exact
+// path of PutBits, which writes the full buffer.
 void EncoderBase::WriteCodes(uint32_t size) {
+  constexpr uint32_t kCodeBytes = 12;  // a match's 47 bits leave in at most three words
   const uint8_t* q = BlockBuffer;
+  uint64_t acc = BitAcc;
+  uint32_t count = BitCount;
+  uint8_t* const out = OutputBuffer;
+  uint32_t n = OutputCount;
+  auto fast = [&](uint32_t bits, uint32_t value) {
+    acc = (acc << bits) | value;
+    count += bits;
+    if (count >= 32) {
+      count -= 32;
+      const uint32_t w = static_cast<uint32_t>(acc >> count);
+      out[n] = static_cast<uint8_t>(w >> 24);
+      out[n + 1] = static_cast<uint8_t>(w >> 16);
+      out[n + 2] = static_cast<uint8_t>(w >> 8);
+      out[n + 3] = static_cast<uint8_t>(w);
+      n += 4;
+    }
+  };
   uint32_t flags = 0;
   for (uint32_t i = 0; i < size; ++i) {
     if ((i & 7) == 0) {
@@ -109,19 +147,22 @@ void EncoderBase::WriteCodes(uint32_t size) {
     } else {
       flags <<= 1;
     }
-    if ((flags & 0x80) == 0) {
-      const uint32_t b = *q++;
-      PutBits(CharLen[b], CharCode[b]);
+    const bool match = (flags & 0x80) != 0;
+    if (n + kCodeBytes <= kOutputBufferBytes) {
+      q = EmitCode(q, match, fast);
       continue;
     }
-    const uint32_t c = q[0] + 256u;
-    PutBits(CharLen[c], CharCode[c]);
-    const uint32_t p = (uint32_t{q[1]} << 8) | q[2];
-    q += 3;
-    const uint32_t k = static_cast<uint32_t>(std::bit_width(p));
-    PutBits(AuxLen[k], AuxCode[k]);
-    if (k > 1) PutBits(k - 1, p & (0xFFFFu >> (17 - k)));
+    BitAcc = acc;
+    BitCount = count;
+    OutputCount = n;
+    q = EmitCode(q, match, [this](uint32_t bits, uint32_t value) { PutBits(bits, value); });
+    acc = BitAcc;
+    count = BitCount;
+    n = OutputCount;
   }
+  BitAcc = acc;
+  BitCount = count;
+  OutputCount = n;
 }
 
 template <const EncoderParams& P>

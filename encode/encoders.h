@@ -109,6 +109,8 @@ class EncoderBase : public KzCompressor {
   void WriteAuxLengths(int32_t n, uint32_t countBits, int32_t skipIndex);
   void WriteCharLengths();
   void WriteCodes(uint32_t size);
+  template <typename Put>
+  const uint8_t* EmitCode(const uint8_t* q, bool match, Put&& put) const;
 
   // Bit writer.
   uint64_t BitAcc = 0;

@@ -42,6 +42,32 @@ inline uint16_t Load16(const uint8_t* p) {
 }  // namespace
 
 template <const EncoderParams& P>
+inline void EncoderCore<P>::RecordCode(uint32_t c, uint32_t p) {
+  // 1. Groups of one flag byte and up to eight codes; a block ends only
+  // between groups.
+  FlagMask >>= 1;
+  if (FlagMask == 0) {
+    FlagMask = 0x80;
+    if (BlockPos >= BlockBufferSize - 24) {
+      SendBlock();
+      BlockPos = 0;
+    }
+    FlagPos = BlockPos;
+    BlockBuffer[BlockPos++] = 0;
+  }
+  // 2.
+  BlockBuffer[BlockPos++] = static_cast<uint8_t>(c);
+  ++CharFreq[c];
+  // 3.
+  if (c >= 256) {
+    BlockBuffer[FlagPos] |= static_cast<uint8_t>(FlagMask);
+    BlockBuffer[BlockPos++] = static_cast<uint8_t>(p >> 8);
+    BlockBuffer[BlockPos++] = static_cast<uint8_t>(p);
+    ++PosFreq[std::bit_width(p)];
+  }
+}
+
+template <const EncoderParams& P>
 void EncoderCore<P>::SearchLoop() {
   constexpr uint32_t kDict = P.DictSize;
   constexpr uint32_t kMask = P.HashBuckets - 1;
@@ -188,6 +214,10 @@ void EncoderCore<P>::FindMatch() {
   MatchPos = matchPos;
   // 7.
   Insert(pos);
+  // The next search most likely starts at the next position's bucket.
+  const uint32_t nextHash = ((HashValue << P.HashShift) ^ here[3]) & kMask;
+  __builtin_prefetch(Heads() + nextHash);
+  __builtin_prefetch(crowded + nextHash);
 }
 
 template <const EncoderParams& P>
@@ -209,37 +239,10 @@ void EncoderCore<P>::Slide() {
   }
 }
 
-template <const EncoderParams& P>
-void EncoderCore<P>::RecordCode(uint32_t c, uint32_t p) {
-  // 1. Groups of one flag byte and up to eight codes; a block ends only
-  // between groups.
-  FlagMask >>= 1;
-  if (FlagMask == 0) {
-    FlagMask = 0x80;
-    if (BlockPos >= BlockBufferSize - 24) {
-      SendBlock();
-      BlockPos = 0;
-    }
-    FlagPos = BlockPos;
-    BlockBuffer[BlockPos++] = 0;
-  }
-  // 2.
-  BlockBuffer[BlockPos++] = static_cast<uint8_t>(c);
-  ++CharFreq[c];
-  // 3.
-  if (c >= 256) {
-    BlockBuffer[FlagPos] |= static_cast<uint8_t>(FlagMask);
-    BlockBuffer[BlockPos++] = static_cast<uint8_t>(p >> 8);
-    BlockBuffer[BlockPos++] = static_cast<uint8_t>(p);
-    ++PosFreq[std::bit_width(p)];
-  }
-}
-
 #define KZ_INSTANTIATE_SEARCH(params)                                       \
   template void EncoderCore<params>::SearchLoop();                          \
   template void EncoderCore<params>::FindMatch();                           \
-  template void EncoderCore<params>::Slide();                               \
-  template void EncoderCore<params>::RecordCode(uint32_t c, uint32_t p);
+  template void EncoderCore<params>::Slide();
 KZ_INSTANTIATE_SEARCH(kLh5EncParams)
 KZ_INSTANTIATE_SEARCH(kLh6EncParams)
 KZ_INSTANTIATE_SEARCH(kLh7EncParams)
