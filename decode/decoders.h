@@ -63,6 +63,8 @@ class StaticHuffmanDecoderBase : public KzDecompressor {
   template <const StaticMethodParams& P>
   void DecodeWith();
   template <const StaticMethodParams& P>
+  bool FlushHalf(StaticBitInput& in, uint8_t* ring, uint32_t halfEnd, uint32_t& loc, bool& history);
+  template <const StaticMethodParams& P>
   uint32_t DecodeRun(BitWindow& w, uint8_t* ring, uint32_t loc, uint32_t limit,
                      uint32_t& blockLeft, bool history);
 
@@ -70,17 +72,17 @@ class StaticHuffmanDecoderBase : public KzDecompressor {
   // Block head: returns the number of codes in the block (1 to 65536), or 0
   // once the archiver's status is negative.
   uint32_t ReadBlockHead(StaticBitInput& in, uint32_t np, uint32_t pbit);
-  void ReadAuxLengths(StaticBitInput& in, uint32_t nn, uint32_t nbit, int32_t special,
-                      uint16_t* fast);
+  void ReadAuxLengths(StaticBitInput& in, uint32_t nn, uint32_t nbit, int32_t special);
   void ReadCharLengths(StaticBitInput& in);
-  // False once refused. `fast`, when given, gets each entry resolved.
+  // False once refused.
   bool BuildDecodeTable(uint32_t nchar, const uint8_t* lengths, uint32_t tableBits,
-                        uint16_t* table, uint32_t tableEntries, uint16_t* fast);
+                        uint16_t* table, uint32_t tableEntries);
   // Follows Left/Right from `node` by the bits of `peek` under `mask` until
   // a symbol below nchar; kCycle for a walk that would never end.
   uint32_t WalkTree(uint32_t node, uint32_t nchar, uint32_t mask, uint32_t peek) const;
   void RefuseTable();
-  // A tree entry of a fast table resolved to symbol | length << 9.
+  // A table entry that roots a tree, resolved by the bits in `peek` to
+  // symbol | length << 9, or kCycle (refused).
   [[gnu::noinline]] uint32_t ResolveTree(uint32_t entry, uint32_t nchar, uint32_t mask, uint32_t peek,
                                          const uint8_t* lengths);
   uint32_t DecodeSymbol(BitWindow& w, StaticBitInput& in);
@@ -88,20 +90,19 @@ class StaticHuffmanDecoderBase : public KzDecompressor {
   bool Flush(StaticBitInput& in, const uint8_t* data, uint32_t count, uint32_t capacity);
 
   static constexpr uint32_t kCycle = 0xFFFFFFFFu;
-  static constexpr uint16_t kTreeEntry = 0x8000;  // Fast entry: a tree node, not a symbol
+  static constexpr uint16_t kTreeEntry = 0x8000;  // table entry: a tree's root, not a symbol
 
   uint8_t* Window = nullptr;
   uint16_t Left[kTreeNodes]{};
   uint16_t Right[kTreeNodes]{};
-  uint8_t CharLen[NC]{};
-  uint8_t AuxLen[NT]{};
-  uint16_t CharTable[4096]{};
-  uint16_t AuxTable[256]{};
+  // Written by every block head before they are read.
+  uint8_t CharLen[NC];
+  uint8_t AuxLen[NT];
+  // Direct tables on the top 12 and 8 bits: symbol | length << 9, or
+  // kTreeEntry | the root of the tree that longer codes walk.
+  uint16_t CharTable[4096];
+  uint16_t AuxTable[256];
   uint8_t* InputChunk = nullptr;
-  // CharTable and the position code's AuxTable with each symbol's length
-  // folded in (symbol | length << 9), so that a code costs one lookup.
-  uint16_t CharFast[4096]{};
-  uint16_t PosFast[256]{};
 };
 
 class KzLha5Decoder final : public StaticHuffmanDecoderBase {
@@ -157,9 +158,10 @@ class KzLha1Decoder final : public KzDecompressor {
 
   uint8_t* Ring = nullptr;
   uint8_t* Output = nullptr;  // kept for the buffer contract; blocks leave from Ring
-  uint32_t NodeFreq[T + 1]{};
-  int32_t NodeParent[T + N_CHAR]{};
-  int32_t NodeChild[T]{};
+  // Written whole by InitTree at every member's start.
+  uint32_t NodeFreq[T + 1];
+  int32_t NodeParent[T + N_CHAR];
+  int32_t NodeChild[T];
   uint8_t* InputChunk = nullptr;
 };
 

@@ -2,11 +2,11 @@
 // as StaticHuffmanDecoderBase::DecodeWith<P> and instantiated per parameter
 // set so that each variant runs with its window size and NP folded in.
 //
-// Exactness notes. The code tables are built as the format's reference
-// builder builds them (CharTable, AuxTable, Left, Right, including what a
-// malformed length set leaves behind), and the one-lookup tables mirror
-// every write to them, so every accepted length set decodes the same way.
-// Codes longer than a table's bits walk those same trees. The bit
+// Exactness notes. The code tables are built step by step as the format's
+// table builder builds them, including what an over-full length set that
+// it accepts leaves behind; an entry holds the symbol with its length
+// (one lookup per code) or the root of a tree that codes longer than the
+// table's bits walk, bit by bit, as the builder's trees are walked. The bit
 // input reads ahead only inside the chunk it already holds: a new chunk is
 // read at the very bit at which a 16-bit reader would read it.
 #include <algorithm>
@@ -155,14 +155,17 @@ uint32_t StaticHuffmanDecoderBase::WalkTree(uint32_t node, uint32_t nchar, uint3
   return j;
 }
 
-// Besides `table` and the trees, fills `fast` (when given) with what each
-// entry resolves to: symbol | length << 9, or kTreeEntry | node. Every entry
-// of an accepted code is written in this build (the codes of each length
-// are contiguous and the starts tile the whole code space, wrapped or not),
-// so mirroring each write keeps the two tables in agreement.
+// A table entry resolves a code to symbol | length << 9, or holds the root
+// node of a tree (kTreeEntry | node). What the format's builder would have
+// stored in the entry is its value: the symbol or the node.
+inline uint32_t EntryValue(uint32_t e) { return e & (e & 0x8000 ? 0x3FF : 0x1FF); }
+
+// Every entry of an accepted code is written in its own build: the codes of
+// each length are contiguous and the starts tile the whole code space,
+// wrapped or not, so nothing of an earlier block's table is ever read.
 bool StaticHuffmanDecoderBase::BuildDecodeTable(uint32_t nchar, const uint8_t* lengths,
                                                 uint32_t tableBits, uint16_t* table,
-                                                uint32_t tableEntries, uint16_t* fast) {
+                                                uint32_t tableEntries) {
   // 1. Count the lengths (each is 1 to 16 here; longer ones were refused).
   uint16_t count[17] = {};
   for (uint32_t ch = 0; ch < nchar; ++ch) ++count[lengths[ch]];
@@ -194,20 +197,24 @@ bool StaticHuffmanDecoderBase::BuildDecodeTable(uint32_t nchar, const uint8_t* l
     uint32_t next = static_cast<uint32_t>(start[l]) + weight[l];
     if (l <= tableBits) {
       if (next > tableEntries) return RefuseTable(), false;
-      std::fill(table + start[l], table + next, static_cast<uint16_t>(ch));
-      if (fast) std::fill(fast + start[l], fast + next, static_cast<uint16_t>(ch | l << 9));
+      std::fill(table + start[l], table + next, static_cast<uint16_t>(ch | l << 9));
     } else {
       uint32_t k = start[l];
-      uint16_t* slot = &table[k >> jut];
-      if (fast && *slot == 0) fast[k >> jut] = static_cast<uint16_t>(kTreeEntry | avail);
-      for (uint32_t steps = l - tableBits; steps > 0; --steps) {
+      uint16_t& root = table[k >> jut];
+      if (EntryValue(root) == 0) {
+        if (avail == kTreeNodes) return RefuseTable(), false;
+        Left[avail] = Right[avail] = 0;
+        root = static_cast<uint16_t>(kTreeEntry | avail++);
+      }
+      uint16_t* slot = (k & mask) ? &Right[EntryValue(root)] : &Left[EntryValue(root)];
+      for (uint32_t steps = l - tableBits - 1; steps > 0; --steps) {
+        k = (k << 1) & 0xFFFF;
         if (*slot == 0) {
           if (avail == kTreeNodes) return RefuseTable(), false;
           Left[avail] = Right[avail] = 0;
           *slot = static_cast<uint16_t>(avail++);
         }
         slot = (k & mask) ? &Right[*slot] : &Left[*slot];
-        k = (k << 1) & 0xFFFF;
       }
       *slot = static_cast<uint16_t>(ch);
     }
@@ -217,7 +224,7 @@ bool StaticHuffmanDecoderBase::BuildDecodeTable(uint32_t nchar, const uint8_t* l
 }
 
 void StaticHuffmanDecoderBase::ReadAuxLengths(StaticBitInput& in, uint32_t nn, uint32_t nbit,
-                                              int32_t special, uint16_t* fast) {
+                                              int32_t special) {
   BitWindow& w = in.W;
   // 1.-2. A count of 0 sends the single symbol that every code decodes to.
   uint32_t n = Take(w, in, nbit);
@@ -225,8 +232,7 @@ void StaticHuffmanDecoderBase::ReadAuxLengths(StaticBitInput& in, uint32_t nn, u
     uint32_t v = Take(w, in, nbit);
     if (v >= nn) return RefuseTable();
     std::fill(AuxLen, AuxLen + nn, uint8_t{0});
-    std::fill(AuxTable, AuxTable + 256, static_cast<uint16_t>(v));
-    if (fast) std::fill(fast, fast + 256, static_cast<uint16_t>(v));
+    std::fill(AuxTable, AuxTable + 256, static_cast<uint16_t>(v));  // no bits
     return;
   }
   if (n > nn) return RefuseTable();
@@ -247,7 +253,7 @@ void StaticHuffmanDecoderBase::ReadAuxLengths(StaticBitInput& in, uint32_t nn, u
   }
   // 4.-5.
   std::fill(AuxLen + std::min(i, nn), AuxLen + nn, uint8_t{0});
-  BuildDecodeTable(nn, AuxLen, 8, AuxTable, 256, fast);
+  BuildDecodeTable(nn, AuxLen, 8, AuxTable, 256);
 }
 
 void StaticHuffmanDecoderBase::ReadCharLengths(StaticBitInput& in) {
@@ -257,20 +263,20 @@ void StaticHuffmanDecoderBase::ReadCharLengths(StaticBitInput& in) {
     uint32_t v = Take(w, in, CBIT);
     if (v >= NC) return RefuseTable();
     std::fill(CharLen, CharLen + NC, uint8_t{0});
-    std::fill(CharTable, CharTable + 4096, static_cast<uint16_t>(v));
-    std::fill(CharFast, CharFast + 4096, static_cast<uint16_t>(v));
+    std::fill(CharTable, CharTable + 4096, static_cast<uint16_t>(v));  // no bits
     return;
   }
   if (n > NC) return RefuseTable();
   uint32_t i = 0;
   while (i < n) {
     uint32_t peek = Peek16(w);
-    uint32_t s = AuxTable[peek >> 8];
-    if (s >= NT) {
-      s = WalkTree(s, NT, 0x80, peek);
-      if (s == kCycle) return RefuseTable();
+    uint32_t e = AuxTable[peek >> 8];
+    if (e & kTreeEntry) {
+      e = ResolveTree(e, NT, 0x80, peek, AuxLen);
+      if (e == kCycle) return;
     }
-    Consume(w, in, AuxLen[s]);
+    Consume(w, in, e >> 9);
+    uint32_t s = e & 0x1FF;
     if (s > 2) {
       CharLen[i++] = static_cast<uint8_t>(s - 2);
       continue;
@@ -281,29 +287,29 @@ void StaticHuffmanDecoderBase::ReadCharLengths(StaticBitInput& in) {
     i += run;
   }
   std::fill(CharLen + i, CharLen + NC, uint8_t{0});
-  BuildDecodeTable(NC, CharLen, 12, CharTable, 4096, CharFast);
+  BuildDecodeTable(NC, CharLen, 12, CharTable, 4096);
 }
 
 uint32_t StaticHuffmanDecoderBase::ReadBlockHead(StaticBitInput& in, uint32_t np, uint32_t pbit) {
   uint32_t blockSize = Take(in.W, in, 16);
-  ReadAuxLengths(in, NT, TBIT, 3, nullptr);
+  ReadAuxLengths(in, NT, TBIT, 3);
   if (Owner->Status < 0) return 0;
   ReadCharLengths(in);
   if (Owner->Status < 0) return 0;
-  ReadAuxLengths(in, np, pbit, -1, PosFast);
+  ReadAuxLengths(in, np, pbit, -1);
   if (Owner->Status < 0) return 0;
   return blockSize == 0 ? 65536 : blockSize;
 }
 
 uint32_t StaticHuffmanDecoderBase::ResolveTree(uint32_t entry, uint32_t nchar, uint32_t mask,
                                                uint32_t peek, const uint8_t* lengths) {
-  uint32_t j = WalkTree(entry & ~uint32_t{kTreeEntry}, nchar, mask, peek);
+  uint32_t j = WalkTree(EntryValue(entry), nchar, mask, peek);
   if (j == kCycle) return RefuseTable(), kCycle;
   return j | lengths[j] << 9;
 }
 
 inline uint32_t StaticHuffmanDecoderBase::DecodeSymbol(BitWindow& w, StaticBitInput& in) {
-  uint32_t e = CharFast[Peek16(w) >> 4];
+  uint32_t e = CharTable[Peek16(w) >> 4];
   if (e & kTreeEntry) [[unlikely]] {
     e = ResolveTree(e, NC, 0x08, Peek16(w), CharLen);
     if (e == kCycle) return 0;
@@ -314,7 +320,7 @@ inline uint32_t StaticHuffmanDecoderBase::DecodeSymbol(BitWindow& w, StaticBitIn
 
 // The match distance minus one, or kCycle after a refused tree.
 inline uint32_t StaticHuffmanDecoderBase::DecodeOffset(BitWindow& w, StaticBitInput& in, uint32_t np) {
-  uint32_t e = PosFast[Peek16(w) >> 8];
+  uint32_t e = AuxTable[Peek16(w) >> 8];
   if (e & kTreeEntry) [[unlikely]] {
     e = ResolveTree(e, np, 0x80, Peek16(w), AuxLen);
     if (e == kCycle) return kCycle;
@@ -382,10 +388,26 @@ inline void CopyFromRing(uint8_t* ring, uint32_t loc, uint32_t distance, uint32_
 
 }  // namespace
 
-// Codes while nothing but decoding can happen: inside the block, short of
-// `limit` (a whole match before the half's end and the original size), and
-// with 8 bytes of the chunk ahead, so that no read is due and the status
-// cannot change. One refill per code covers its 47 bits at most.
+// A completed half leaves as one block; bytes written past the ring's end
+// move to its start. False when the decoding must stop.
+template <const StaticMethodParams& P>
+bool StaticHuffmanDecoderBase::FlushHalf(StaticBitInput& in, uint8_t* ring, uint32_t halfEnd,
+                                         uint32_t& loc, bool& history) {
+  constexpr uint32_t W = P.WindowSize;
+  if (!Flush(in, ring + halfEnd - W, W, W) || Owner->Status < 0) return false;
+  history = true;
+  if (halfEnd == 2 * W) {
+    std::memcpy(ring, ring + 2 * W, loc - 2 * W);
+    loc -= 2 * W;
+  }
+  return true;
+}
+
+// Codes while nothing but decoding can happen: inside the block, below
+// `limit` (the half's end, or the original size), and with 8 bytes of the
+// chunk ahead, so that no read is due and the status cannot change. A match
+// may end past the half; the caller flushes it. One refill per code covers
+// its 47 bits at most.
 //
 // A refill fills all 64 bits with stream bits and a code takes at most 47,
 // so the next code's table entry is looked up before the next refill, off
@@ -398,7 +420,7 @@ uint32_t StaticHuffmanDecoderBase::DecodeRun(BitWindow& w, uint8_t* ring, uint32
   const uint8_t* next = w.Next;
   const uint8_t* const end = w.End;
   uint32_t left = blockLeft;
-  uint32_t e = CharFast[bits >> 52];
+  uint32_t e = CharTable[bits >> 52];
   while (left != 0 && loc < limit && next + 8 <= end) {
     bits |= LoadBigEndian64(next) >> count;
     next += (63 - count) >> 3;
@@ -413,10 +435,10 @@ uint32_t StaticHuffmanDecoderBase::DecodeRun(BitWindow& w, uint8_t* ring, uint32
     uint32_t c = e & 0x1FF;
     if (c < 256) {
       ring[loc++] = static_cast<uint8_t>(c);
-      e = CharFast[bits >> 52];
+      e = CharTable[bits >> 52];
       continue;
     }
-    uint32_t p = PosFast[bits >> 56];
+    uint32_t p = AuxTable[bits >> 56];
     if (p & kTreeEntry) [[unlikely]] {
       p = ResolveTree(p, P.NP, 0x80, static_cast<uint32_t>(bits >> 48), AuxLen);
       if (p == kCycle) return kCycle;
@@ -428,7 +450,7 @@ uint32_t StaticHuffmanDecoderBase::DecodeRun(BitWindow& w, uint8_t* ring, uint32
     uint32_t position = ((1u << j) >> 1) + static_cast<uint32_t>((bits >> 1) >> (63 - extra));
     bits <<= extra;
     count -= extra;
-    e = CharFast[bits >> 52];
+    e = CharTable[bits >> 52];
     CopyFromRing<2 * P.WindowSize>(ring, loc, position + 1, c - 253, history);
     loc += c - 253;
   }
@@ -458,16 +480,19 @@ void StaticHuffmanDecoderBase::DecodeWith() {
   // checks, and one code at a time, checked as the format says, between.
   while (count < size) {
     uint32_t halfEnd = (loc & ~(W - 1)) + W;
-    if (blockLeft != 0 && loc + 256 < halfEnd && owner.Status >= 0) {
-      uint32_t limit = halfEnd - 256;
-      if (size - count < limit - loc) limit = loc + (size - count);
+    if (blockLeft != 0 && owner.Status >= 0) {
+      uint32_t limit = size - count < halfEnd - loc ? loc + (size - count) : halfEnd;
       uint32_t before = loc;
       loc = DecodeRun<P>(w, ring, loc, limit, blockLeft, history);
       if (loc == kCycle) [[unlikely]]
         return (in.W = w, in.Settle());
       count += loc - before;
+      if (loc >= halfEnd) {
+        in.W = w;
+        if (!FlushHalf<P>(in, ring, halfEnd, loc, history)) return in.Settle();
+        continue;
+      }
       if (count >= size) break;
-      halfEnd = (loc & ~(W - 1)) + W;  // unchanged: a run stays inside its half
     }
     if (blockLeft == 0) {
       in.W = w;
@@ -492,18 +517,11 @@ void StaticHuffmanDecoderBase::DecodeWith() {
       CopyFromRing<kRing>(ring, loc, position + 1, length, history);
       end = loc + length;
     }
-    // A completed half leaves as one block; bytes past the ring's end
-    // move to its start.
-    if (end >= halfEnd) {
-      in.W = w;
-      if (!Flush(in, ring + halfEnd - W, W, W) || owner.Status < 0) return in.Settle();
-      history = true;
-      if (halfEnd == kRing) {
-        std::memcpy(ring, ring + kRing, end - kRing);
-        end -= kRing;
-      }
-    }
     loc = end;
+    if (loc >= halfEnd) {
+      in.W = w;
+      if (!FlushHalf<P>(in, ring, halfEnd, loc, history)) return in.Settle();
+    }
   }
   in.W = w;
   // 5. The last, shorter block.
