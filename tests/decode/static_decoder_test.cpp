@@ -390,6 +390,8 @@ const BadTable kBadTables[] = {
     {"PositionEntryPast256",
      [](BitWriter& w, BlockWriter& b) { GoodCharCode(w, b); b.PositionLengths({1, 1, 1, 1}); }},
     {"PositionSingleSymbolNP", [](BitWriter& w, BlockWriter& b) { GoodCharCode(w, b); b.SinglePositionCode(14); }},
+    {"PositionCodeWithNoLengths",
+     [](BitWriter& w, BlockWriter& b) { GoodCharCode(w, b); b.PositionLengths({0, 0, 0}); }},
 };
 
 INSTANTIATE_TEST_SUITE_P(Tables, StaticDecoderRefuses, ::testing::ValuesIn(kBadTables),
@@ -570,6 +572,17 @@ TEST(StaticDecoder, AFailedChunkReadStopsAfterTheNextSymbol) {
   EXPECT_LT(got.size(), expected.size());
   size_t good = got.size() - h.Blocks().back().size();
   EXPECT_TRUE(std::equal(got.begin(), got.begin() + static_cast<ptrdiff_t>(good), expected.begin()));
+}
+
+TEST(StaticDecoder, AStatusAlreadyNegativeStopsAfterTheFirstBlockHead) {
+  std::vector<Token> tokens = kztest::RandomTokens(20000, 8192, 41);
+  Bytes expected = kztest::ExpandTokens(tokens);
+  DecodeHarness h;
+  h.Archiver().SetError(kz::E_Fail, nullptr);
+  EXPECT_EQ(h.Decode({.Method = 5, .Packed = kztest::EncodeStatic(tokens, 14, 4), .OriginalSize = expected.size()},
+                     expected),
+            kz::E_Fail);
+  EXPECT_TRUE(h.Blocks().empty());
 }
 
 TEST(StaticDecoder, DamagedDataShowsAsACrcError) {
