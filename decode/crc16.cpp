@@ -11,6 +11,7 @@
 #include <cstring>
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#include <cpuid.h>
 #include <immintrin.h>
 #define KZ_CRC_CLMUL 1
 #endif
@@ -144,10 +145,15 @@ inline __m128i Load(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<
   return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(t, 4)));
 }
 
-const bool kHaveClmul = [] {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("pclmul") != 0;
-}();
+// One CPUID leaf, asked on first use: a virtual machine traps every CPUID,
+// and a module's load should not pay for a full feature survey.
+bool HaveClmul() {
+  static const bool have = [] {
+    unsigned a, b, c, d;
+    return __get_cpuid(1, &a, &b, &c, &d) && (c & bit_PCLMUL) != 0;
+  }();
+  return have;
+}
 
 }  // namespace fold
 
@@ -164,7 +170,7 @@ uint16_t UpdateCrc16(uint16_t crc, const uint8_t* data, int32_t length) {
   size_t n = static_cast<size_t>(length);
   uint32_t c = crc;
 #ifdef KZ_CRC_CLMUL
-  if (n >= 64 && fold::kHaveClmul) {
+  if (n >= 64 && fold::HaveClmul()) {
     size_t whole = n & ~size_t{15};
     c = fold::Blocks(c, data, whole);
     data += whole;
