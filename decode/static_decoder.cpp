@@ -155,10 +155,14 @@ uint32_t StaticHuffmanDecoderBase::WalkTree(uint32_t node, uint32_t nchar, uint3
   return j;
 }
 
+namespace {
+
 // A table entry resolves a code to symbol | length << 9, or holds the root
 // node of a tree (kTreeEntry | node). What the format's builder would have
 // stored in the entry is its value: the symbol or the node.
 inline uint32_t EntryValue(uint32_t e) { return e & (e & 0x8000 ? 0x3FF : 0x1FF); }
+
+}  // namespace
 
 // Every entry of an accepted code is written in its own build: the codes of
 // each length are contiguous and the starts tile the whole code space,
