@@ -128,20 +128,25 @@ TEST_P(LevelTest, LevelsChangeTheSearchNotTheFormat) {
 INSTANTIATE_TEST_SUITE_P(Methods, LevelTest,
                          ::testing::Values(Method::Lh5, Method::Lh6, Method::Lh7));
 
+// An encoder that never saw a level from 1 to 4 searches with level 2's
+// limits; afterwards other levels keep the limits in force.
 TEST(ApplyLevelTest, LimitsByLevelAndLevelTwoBeforeAnyLevel) {
-  EncoderRig rig;
-  kz::EncoderBase& e = rig.Encoder(Method::Lh5);
+  KzLhaArchiver a;
+  ASSERT_GE(a.Init(), 0);
+  a.CompressionLevel = 0;
+  ASSERT_EQ(a.AllocEncodeBuffers(), 0);  // lends the buffers and applies the level
+  kz::EncoderBase& e = a.Lha6Encoder;
   struct Row {
     uint32_t Level, Literal, Match;
   };
-  // Level 0 and 7 keep what the previous row set.
   const Row rows[] = {{0, 16, 32}, {1, 16, 18}, {3, 32, 64}, {7, 32, 64}, {4, 48, 256}, {2, 16, 32}};
   for (const Row& r : rows) {
-    rig.Archiver().CompressionLevel = r.Level;
+    a.CompressionLevel = r.Level;
     e.ApplyLevel();
     EXPECT_EQ(kz::EncoderTestAccess::LiteralChainLimit(e), r.Literal) << "level " << r.Level;
     EXPECT_EQ(kz::EncoderTestAccess::MatchChainLimit(e), r.Match) << "level " << r.Level;
   }
+  a.FreeEncodeBuffers();
 }
 
 TEST(EncodeBuffersTest, AFailedAllocationReleasesEverything) {
