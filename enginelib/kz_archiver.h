@@ -157,7 +157,7 @@ class KZLIB_API KzArchiver {
   uint64_t NextHeaderPos = 0;
   uint32_t FirstHeaderOffset32 = 0;
   uint32_t MethodSelector = 13;
-  uint32_t CompressionLevel = 2;
+  uint32_t CompressionLevel = 3;
   uint32_t DictionarySize = 8;
   uint32_t Option1Applied = 0;
   TransferRecord Transfer{};

@@ -202,7 +202,7 @@ typedef struct ArchiveInfo {
 /* ------------------------------------------------------------------ */
 enum KzOptionId {
   KZ_OPT_METHOD = 1,        /* a: 13 = -lh5-, 14 = -lh6-, 15 = -lh7- (default 13) */
-  KZ_OPT_LEVEL = 2,         /* a: 0 = store, 1..4 = search effort (default 2) */
+  KZ_OPT_LEVEL = 2,         /* a: 0 = store, 1..4 = search effort (default 3) */
   KZ_OPT_CODEPAGE = 3,      /* a: code page of names: 932 (default), 65001, 437, 850, 1252, 20127 */
   KZ_OPT_PATHS = 4,         /* a: enum KzPathMode (default KZ_PATHS_RELATIVE) */
   KZ_OPT_OVERWRITE = 5,     /* a: enum KzOverwrite (default KZ_OVERWRITE_ASK) */
