@@ -5,6 +5,7 @@
 //   KZ_BENCH_CORPUS=/tmp/corpus ./bench_encode --benchmark_filter='lh5/2'
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -21,7 +22,11 @@ namespace fs = std::filesystem;
 struct Corpus {
   std::vector<fs::path> Files;
   uint64_t Bytes = 0;
-  fs::path Scratch;  // where the packed output goes
+  fs::path Scratch;  // where the packed output (and a synthetic corpus) goes
+  ~Corpus() {
+    std::error_code ec;
+    if (!Scratch.empty()) fs::remove_all(Scratch, ec);
+  }
 };
 
 void WriteSynthetic(const fs::path& dir) {
@@ -43,7 +48,7 @@ void WriteSynthetic(const fs::path& dir) {
 const Corpus& GetCorpus() {
   static Corpus corpus = [] {
     Corpus c;
-    c.Scratch = fs::temp_directory_path() / ("kz-bench-encode-" + std::to_string(getpid()));
+    c.Scratch = fs::temp_directory_path() / ("kz-bench-encode-" + std::to_string(std::random_device{}()));
     fs::create_directories(c.Scratch);
     fs::path dir;
     if (const char* env = std::getenv("KZ_BENCH_CORPUS"); env != nullptr && *env != 0) {

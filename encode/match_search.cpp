@@ -10,9 +10,8 @@ namespace kz {
 
 namespace {
 
-// Number of leading bytes that a and b share, at most max. A word at a time:
-// the text buffer's slack covers the widest read (max <= 256 from any
-// position below the top of the window).
+// Number of leading bytes that a and b share, at most max; a word at a
+// time, never reading past max bytes.
 inline int32_t CommonLength(const uint8_t* a, const uint8_t* b, int32_t max) {
   int32_t k = 0;
   while (k + 8 <= max) {
