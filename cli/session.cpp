@@ -61,7 +61,7 @@ int Session::Open() {
     ReportStatus(hr, archive_);
     return kExitUsage;
   }
-  hr = api_.InitArchive(handle(), archive_.c_str(), 0, 0);
+  hr = api_.InitArchive(handle(), EngineArchivePath(options_.archive).c_str(), 0, 0);
   if (KZ_FAILED(hr)) {
     ReportStatus(hr, archive_);
     return kExitUsage;

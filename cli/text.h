@@ -16,6 +16,15 @@ std::string ToNative(const std::wstring& text);
 // A path from the command line for std::filesystem. Windows would read the
 // narrow string in the ANSI code page, so it gets the wide text instead.
 std::filesystem::path NativePath(const std::string& bytes);
+// The archive path as a host hands it to the engine. Windows hosts pass a
+// full path: the engine tests for the file through the "\\?\" form, which
+// takes no relative path. Elsewhere the path as given.
+std::wstring EngineArchivePath(const std::string& bytes);
+// The base directory a host hands over with the files to add: on Windows
+// the current directory, so that relative names reach the engine as full
+// paths (it reads a source's attributes through the "\\?\" form too) and
+// are stored as given. Elsewhere none (empty).
+std::wstring EngineSourceBase();
 
 // A member name or path made safe to print: backslash separators shown as
 // '/', raw bytes as \xHH, control characters as \xHH or \uXXXX, invisible

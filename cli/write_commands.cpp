@@ -52,7 +52,9 @@ int AddCommand(Session& s) {
     s.Report(s.archiveShown(), StatusText(KZ_E_OUTOFMEMORY));
     return kExitFailed;
   }
-  const HRESULT hr = s.api().CompressFiles(s.handle(), items->get(), nullptr, AddFlags(s.options().command));
+  const std::wstring base = EngineSourceBase();
+  const HRESULT hr = s.api().CompressFiles(s.handle(), items->get(), base.empty() ? nullptr : base.c_str(),
+                                           AddFlags(s.options().command));
   s.progress().Clear();
   s.PrintLog(hr);
   if (KZ_FAILED(hr)) return ReportWriteFailure(s, hr);

@@ -1,8 +1,5 @@
 #include "cli/cli_helpers.h"
 
-#include <sys/stat.h>
-#include <utime.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
@@ -164,10 +161,7 @@ std::vector<std::string> Lines(const std::string& text) {
 }
 
 void SetModTime(const fs::path& path, int64_t unixSeconds) {
-  struct utimbuf times {};
-  times.actime = static_cast<time_t>(unixSeconds);
-  times.modtime = static_cast<time_t>(unixSeconds);
-  utime(path.c_str(), &times);
+  kztest::SetModificationTime(path, unixSeconds);
 }
 
 }  // namespace kzclitest

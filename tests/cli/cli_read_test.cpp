@@ -66,7 +66,7 @@ TEST(Program, ArchivesThatCannotBeOpenedExitTwoNamingTheFile) {
 }
 
 TEST(Program, AModuleThatCannotBeLoadedIsNamed) {
-  auto r = Kz({"--module=/nonexistent/libKzLha73.so", "l", kztest::SharedArchive("regression/multiple.lzh")});
+  auto r = Kz({"--module=/nonexistent/libKzLha73.so", "l", kztest::SharedArchive("regression/multiple.lzh").string()});
   EXPECT_EQ(r.ExitCode, 2);
   EXPECT_TRUE(Contains(r.Err, "kzlha: /nonexistent/libKzLha73.so: cannot load")) << r.Err;
 }

@@ -118,6 +118,12 @@ Member MakeMember(const std::wstring& name, uint64_t packed, uint64_t original, 
   return m;
 }
 
+#ifdef _WIN32  // the C runtime's spellings
+int setenv(const char* name, const char* value, int) { return _putenv((std::string(name) + "=" + value).c_str()); }
+int unsetenv(const char* name) { return _putenv((std::string(name) + "=").c_str()); }
+void tzset() { _tzset(); }
+#endif
+
 class UtcZone : public ::testing::Test {
  protected:
   void SetUp() override {

@@ -2,7 +2,6 @@
 // stay in the destination, no writes through links, overwrite policies,
 // failed members that leave nothing, progress that adds up.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include "enginelib/fake_engine.h"
 #include "enginelib/file_stream.h"
 #include "enginelib/names.h"
+#include "platform/fs.h"
 #include "support/archive_builder.h"
 #include "support/test_support.h"
 
@@ -33,7 +33,7 @@ using kztest::ToBytes;
 std::vector<std::string> Tree(const fs::path& root) {
   std::vector<std::string> out;
   for (auto it = fs::recursive_directory_iterator(root); it != fs::end(it); ++it) {
-    std::string rel = it->path().lexically_relative(root).string();
+    std::string rel = it->path().lexically_relative(root).generic_string();
     if (it->is_symlink()) {
       rel += "@";
     } else if (it->is_directory()) {
@@ -322,14 +322,15 @@ TEST_F(ExtractTest, TimesAndPermissionsAreRestoredDirectoriesLast) {
   b.Member(dir).Member(ro).Member(Stored("d\\rw.txt", "w", fileTime));
   Make(b);
   EXPECT_EQ(Extract(), 0);
-  struct stat st;
-  ASSERT_EQ(stat((dest() / "d").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mtime, kz::DosToUnixTime(dirTime));  // not moved by the files written into it
-  ASSERT_EQ(stat((dest() / "d" / "ro.txt").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mtime, kz::DosToUnixTime(fileTime));
-  EXPECT_EQ(st.st_mode & 0777, 0444u);
-  ASSERT_EQ(stat((dest() / "d" / "rw.txt").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0644u);
+  auto entry = [](const fs::path& p) {
+    kz::fs::EntryInfo info;
+    EXPECT_TRUE(kz::fs::QueryEntry(EnginePath(p).c_str(), info));
+    return info;
+  };
+  EXPECT_EQ(entry(dest() / "d").ModTime, kz::DosToUnixTime(dirTime));  // not moved by the files written into it
+  EXPECT_EQ(entry(dest() / "d" / "ro.txt").ModTime, kz::DosToUnixTime(fileTime));
+  EXPECT_EQ(entry(dest() / "d" / "ro.txt").Permissions & 0777, 0444u);
+  EXPECT_EQ(entry(dest() / "d" / "rw.txt").Permissions & 0777, 0644u);
 }
 
 TEST_F(ExtractTest, PathsNoneKeepsOnlyTheLastComponent) {

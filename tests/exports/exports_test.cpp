@@ -1,7 +1,11 @@
 // The module's outward face, seen as a host sees it: loaded by path at run
 // time, its 25 exports resolved by name.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
 #include <kzlha/kzlha.h>
 
 #include <set>
@@ -23,6 +27,36 @@ constexpr const char* kExportNames[] = {
     "KzSetCallbacks"};
 
 // The module, loaded as a host loads it.
+#ifdef _WIN32
+class Module {
+ public:
+  Module() : handle_(LoadLibraryW(kztest::Wide(kztest::EngineModulePath()).c_str())) {}
+  ~Module() {
+    if (handle_) FreeLibrary(handle_);
+  }
+  bool loaded() const { return handle_ != nullptr; }
+  template <typename F>
+  F Get(const char* name) const {
+    return reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(handle_, name)));
+  }
+  static std::string Error() { return "LoadLibraryW failed with " + std::to_string(GetLastError()); }
+  // The names in the loaded module's export directory.
+  std::set<std::string> ExportedNames() const {
+    const auto* base = reinterpret_cast<const uint8_t*>(handle_);
+    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+    const IMAGE_DATA_DIRECTORY& dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+    const auto* exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + dir.VirtualAddress);
+    const auto* names = reinterpret_cast<const DWORD*>(base + exports->AddressOfNames);
+    std::set<std::string> out;
+    for (DWORD i = 0; i < exports->NumberOfNames; ++i) out.insert(reinterpret_cast<const char*>(base + names[i]));
+    return out;
+  }
+
+ private:
+  HMODULE handle_;
+};
+#else
 class Module {
  public:
   Module() { handle_ = dlopen(kztest::EngineModulePath().c_str(), RTLD_NOW | RTLD_LOCAL); }
@@ -34,14 +68,16 @@ class Module {
   F Get(const char* name) const {
     return reinterpret_cast<F>(dlsym(handle_, name));
   }
+  static std::string Error() { return dlerror(); }
 
  private:
   void* handle_ = nullptr;
 };
+#endif
 
 class ExportsTest : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_TRUE(module_.loaded()) << dlerror(); }
+  void SetUp() override { ASSERT_TRUE(module_.loaded()) << Module::Error(); }
   Module module_;
 };
 
@@ -52,6 +88,9 @@ TEST_F(ExportsTest, EveryExportResolvesByName) {
 }
 
 TEST_F(ExportsTest, ModuleExportsExactlyTheTwentyFiveNames) {
+#ifdef _WIN32
+  EXPECT_EQ(module_.ExportedNames(), std::set<std::string>(std::begin(kExportNames), std::end(kExportNames)));
+#else
   auto r = kztest::Run({"nm", "-D", "--defined-only", kztest::EngineModulePath()});
   ASSERT_EQ(r.ExitCode, 0) << r.Err;
   std::set<std::string> exported;
@@ -64,6 +103,7 @@ TEST_F(ExportsTest, ModuleExportsExactlyTheTwentyFiveNames) {
   }
   std::set<std::string> expected(std::begin(kExportNames), std::end(kExportNames));
   EXPECT_EQ(exported, expected);
+#endif
 }
 
 TEST_F(ExportsTest, NullHandleGivesEHandleOrNull) {

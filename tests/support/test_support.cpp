@@ -51,6 +51,11 @@ void WriteFile(const fs::path& path, const Bytes& data) {
 
 void WriteFile(const fs::path& path, const std::string& text) { WriteFile(path, ToBytes(text)); }
 
+void SetModificationTime(const fs::path& path, int64_t unixSeconds) {
+  using namespace std::chrono;
+  fs::last_write_time(path, file_clock::from_sys(sys_seconds{seconds{unixSeconds}}));
+}
+
 Bytes ToBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
 Bytes RandomBytes(size_t n, uint32_t seed) {

@@ -27,6 +27,8 @@ class TempDir {
 };
 
 Bytes ReadFile(const std::filesystem::path& path);
+// Sets a file's modification time (Unix seconds) on either system.
+void SetModificationTime(const std::filesystem::path& path, int64_t unixSeconds);
 void WriteFile(const std::filesystem::path& path, const Bytes& data);
 void WriteFile(const std::filesystem::path& path, const std::string& text);
 Bytes ToBytes(const std::string& text);
