@@ -22,8 +22,9 @@ cmake --preset windows -S "$root" >/dev/null
 cmake --build "$root/build/windows" -j"$(nproc)"
 ctest --test-dir "$root/build/windows" --output-on-failure
 
-# The Linux program to compare with: the dev build's, made if missing.
-cmake --preset dev -S "$root" >/dev/null
-cmake --build "$root/build/dev" --target kzlha KzLha73 -j"$(nproc)"
-bash "$root/tests/windows/parity.sh" "$root/build/dev/kzlha" "$root/build/windows/kzlha.exe" \
-  "$root/../shared/archives"
+# The Linux program to compare with: the dev build's (or KZ_LINUX_BUILD's),
+# brought up to date.
+linux=${KZ_LINUX_BUILD:-$root/build/dev}
+[[ -n ${KZ_LINUX_BUILD:-} ]] || cmake --preset dev -S "$root" >/dev/null
+cmake --build "$linux" --target kzlha KzLha73 -j"$(nproc)"
+bash "$root/tests/windows/parity.sh" "$linux/kzlha" "$root/build/windows/kzlha.exe" "$root/../shared/archives"
