@@ -6,7 +6,7 @@ packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmar
           clang libclang-rt-14-dev
           lhasa jlha-utils 7zip libarchive-tools hyperfine libdeflate-tools time)
 if [[ "${KZ_WITH_WINDOWS:-0}" == 1 ]]; then
-  packages+=(g++-mingw-w64-x86-64-posix wine64 googletest)
+  packages+=(g++-mingw-w64-x86-64-posix wine wine64 googletest)
 fi
 missing=()
 for p in "${packages[@]}"; do
