@@ -201,7 +201,7 @@ BOOL SetModTime(const wchar_t* path, int64_t unixTime) {
 BOOL SetPermissions(const wchar_t* path, uint32_t permissions) {
   if (Injected(kz::fault::kWrite)) return kFalse;
   Handle h;
-  if (!OpenNoFollow(path, FILE_READ_ATTRIBUTES, h)) return kFalse;
+  if (!OpenNoFollow(path, FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, h)) return kFalse;
   BY_HANDLE_FILE_INFORMATION fi;
   if (!GetFileInformationByHandle(h.get(), &fi)) return kFalse;
   // Only "not writable" has a Windows form, and only for files: the
@@ -210,11 +210,9 @@ BOOL SetPermissions(const wchar_t* path, uint32_t permissions) {
   DWORD attrs = fi.dwFileAttributes & ~DWORD{FILE_ATTRIBUTE_READONLY};
   if ((permissions & 0222) == 0) attrs |= FILE_ATTRIBUTE_READONLY;
   if (attrs == fi.dwFileAttributes) return kTrue;
-  FILE_BASIC_INFO basic{};
+  FILE_BASIC_INFO basic{};  // zero times: left as they are
   basic.FileAttributes = attrs != 0 ? attrs : FILE_ATTRIBUTE_NORMAL;
-  Handle writable(OpenForMetadata(path, FILE_WRITE_ATTRIBUTES, true));
-  if (!writable.valid()) return kFalse;
-  return SetFileInformationByHandle(writable.get(), FileBasicInfo, &basic, sizeof basic) ? kTrue : kFalse;
+  return SetFileInformationByHandle(h.get(), FileBasicInfo, &basic, sizeof basic) ? kTrue : kFalse;
 }
 
 BOOL SyncFile(const wchar_t* path) {
