@@ -14,12 +14,27 @@ KZ_WITH_WINDOWS=1 bash "$root/scripts/install-deps.sh"
 export WINEPREFIX=${KZ_WINEPREFIX:-$HOME/.cache/kzlha-wine}
 export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" TZ=UTC LC_ALL=C.UTF-8
 mkdir -p "$WINEPREFIX"
-wineserver -p
+wineserver -p 2>/dev/null || true  # already running for this prefix: use it
 trap 'wineserver -k || true' EXIT
 wine cmd /c exit >/dev/null 2>&1 || true  # creates the prefix on the first run
 
 cmake --preset windows -S "$root" >/dev/null
 cmake --build "$root/build/windows" -j"$(nproc)"
+
+# The modules import only what every Windows has, and KzLha73.dll exports
+# its 25 names and nothing else.
+imports() { x86_64-w64-mingw32-objdump -p "$1" | awk '/DLL Name:/ {print $3}' | sort | tr '\n' ' '; }
+check_imports() {
+  local extra
+  extra=$(imports "$1" | tr ' ' '\n' | grep -v -i -x -E 'KERNEL32.dll|msvcrt.dll|SHLWAPI.dll|SHELL32.dll|KzLib73.dll' || true)
+  [[ -z $extra ]] || { echo "$1 imports $extra"; exit 1; }
+  echo "$(basename "$1"): $(imports "$1")"
+}
+for f in KzLib73.dll KzLha73.dll kzlha.exe; do check_imports "$root/build/windows/$f"; done
+exports=$(x86_64-w64-mingw32-objdump -p "$root/build/windows/KzLha73.dll" |
+  sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' | grep -c -E '^\s*\[ *[0-9]+\]')
+[[ $exports == 25 ]] || { echo "KzLha73.dll exports $exports names"; exit 1; }
+
 ctest --test-dir "$root/build/windows" --output-on-failure
 
 # The Linux program to compare with: the dev build's (or KZ_LINUX_BUILD's),

@@ -258,10 +258,18 @@ int main(void) {
     printf("usage: host_test KzLha73.dll DESTINATION ARCHIVE...\n");
     return 2;
   }
-  /* A full path, as hosts pass it: the module's directory is then searched
-   * first for KzLib73.dll. */
+  /* KzLib73.dll sits beside the module: its directory is where the loader
+   * looks for it. */
   GetFullPathNameW(argv[1], MAX_PATH, full, NULL);
-  module = LoadLibraryExW(full, NULL, LOAD_WITH_ALTERED_SEARCH_PATH);
+  {
+    wchar_t dir[MAX_PATH];
+    wchar_t* slash;
+    wcscpy(dir, full);
+    slash = wcsrchr(dir, L'\\');
+    if (slash != NULL) *slash = 0;
+    SetDllDirectoryW(dir);
+  }
+  module = LoadLibraryW(full);
   if (module == NULL) {
     printf("FAILED: cannot load %ls (error %lu)\n", full, GetLastError());
     return 1;
