@@ -106,6 +106,27 @@ TEST_F(ExportsTest, ModuleExportsExactlyTheTwentyFiveNames) {
 #endif
 }
 
+#ifndef _WIN32
+// An empty or relative entry in a library search path makes the loader look
+// in the current directory, where an archive's contents may have landed.
+TEST_F(ExportsTest, ModulesAndProgramSearchNoRelativeDirectories) {
+  for (const char* file : {KZ_ENGINE_MODULE, KZ_LIB_MODULE, KZ_CLI_PATH}) {
+    auto r = kztest::Run({"readelf", "-d", file});
+    ASSERT_EQ(r.ExitCode, 0) << r.Err;
+    std::istringstream lines(r.Out);
+    for (std::string line; std::getline(lines, line);) {
+      auto open = line.find("path: [");
+      if (open == std::string::npos) continue;
+      std::string list = line.substr(open + 7, line.rfind(']') - open - 7);
+      std::istringstream entries(list + ":");
+      for (std::string entry; std::getline(entries, entry, ':');) {
+        EXPECT_TRUE(entry.starts_with('/') || entry.starts_with("$ORIGIN")) << file << ": [" << list << "]";
+      }
+    }
+  }
+}
+#endif
+
 TEST_F(ExportsTest, NullHandleGivesEHandleOrNull) {
   auto create = module_.Get<KzCreateListFn>("KzCreateList");
   EXPECT_EQ(create(nullptr, KZ_LIST_NAMES), nullptr);
