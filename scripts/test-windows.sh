@@ -6,7 +6,7 @@
 # create / add / update / delete sequence (tests/windows/parity.sh).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-KZ_WITH_WINDOWS=1 bash "$root/scripts/install-deps.sh"
+bash "$root/scripts/build-windows.sh"  # installs MinGW-w64 and Wine too
 
 # A Wine prefix of our own, one Wine server for the whole run (each start
 # costs seconds), UTC on both sides so that DOS times read alike, and a
@@ -18,8 +18,6 @@ wineserver -p 2>/dev/null || true  # already running for this prefix: use it
 trap 'wineserver -k || true' EXIT
 wine cmd /c exit >/dev/null 2>&1 || true  # creates the prefix on the first run
 
-cmake --preset windows -S "$root" >/dev/null
-cmake --build "$root/build/windows" -j"$(nproc)"
 
 # The modules import only what every Windows has, and KzLha73.dll exports
 # its 25 names and nothing else.
