@@ -177,14 +177,26 @@ class EncoderCore : public EncoderBase {
   // never reach past a walk's lower bound, so it is stored as DictSize - 1
   // and ends the chain. Distances do not change when the text slides, so
   // only the heads are rebased.
+  //
+  // Beside each link a skip holds the distance two steps back, in one
+  // 32-bit entry (link low, skip high). A walk loads both with one access,
+  // so it waits for one load per two candidates instead of one per candidate.
   using HeadEntry = std::conditional_t<2 * P.DictSize <= 65536, uint16_t, uint32_t>;
-  using LinkEntry = uint16_t;
+  using LinkEntry = uint32_t;
   static constexpr uint32_t kLinkEnd = P.DictSize - 1;
+  static_assert(P.DictSize * sizeof(LinkEntry) <= kHashChainBytes);
   HeadEntry* Heads() { return reinterpret_cast<HeadEntry*>(HashHead); }
-  LinkEntry* Links() { return reinterpret_cast<LinkEntry*>(HashPrev); }
+  LinkEntry* Links() { return HashPrev; }
   static void Link(HeadEntry* heads, LinkEntry* links, uint32_t hash, uint32_t p) {
-    const uint32_t back = p - heads[hash];
-    links[p & (P.DictSize - 1)] = static_cast<LinkEntry>(back < kLinkEnd ? back : kLinkEnd);
+    constexpr uint32_t kMask = P.DictSize - 1;
+    const uint32_t head = heads[hash];
+    const uint32_t back = p - head;
+    // A link of kLinkEnd or more cannot lead above a walk's lower bound,
+    // nor can a skip over it; the bound also stops a walk before it uses a
+    // skip through a position that is not in the chain.
+    const uint32_t link = back < kLinkEnd ? back : kLinkEnd;
+    const uint32_t skip = back < kLinkEnd ? back + (links[head & kMask] & 0xFFFF) : kLinkEnd;
+    links[p & kMask] = link | (skip < kLinkEnd ? skip : kLinkEnd) << 16;
     heads[hash] = static_cast<HeadEntry>(p);
   }
 

@@ -10,6 +10,31 @@ namespace kz {
 
 namespace {
 
+inline uint64_t Load64(const uint8_t* p) {
+  uint64_t v;
+  std::memcpy(&v, p, 8);
+  return v;
+}
+
+// Mask of the first n + 1 bytes of a word loaded from memory (n < 8).
+inline uint64_t FirstBytesMask(int32_t n) {
+  if (n >= 7) return ~uint64_t{0};
+  if constexpr (std::endian::native == std::endian::little) {
+    return (uint64_t{1} << (8 * (n + 1))) - 1;
+  } else {
+    return ~(~uint64_t{0} >> (8 * (n + 1)));
+  }
+}
+
+// Leading equal bytes of two words loaded from memory whose XOR is diff != 0.
+inline int32_t EqualBytes(uint64_t diff) {
+  if constexpr (std::endian::native == std::endian::little) {
+    return std::countr_zero(diff) >> 3;
+  } else {
+    return std::countl_zero(diff) >> 3;
+  }
+}
+
 // Number of leading bytes that a and b share, at most max; a word at a
 // time, never reading past max bytes.
 inline int32_t CommonLength(const uint8_t* a, const uint8_t* b, int32_t max) {
@@ -19,23 +44,11 @@ inline int32_t CommonLength(const uint8_t* a, const uint8_t* b, int32_t max) {
     std::memcpy(&x, a + k, 8);
     std::memcpy(&y, b + k, 8);
     const uint64_t diff = x ^ y;
-    if (diff != 0) {
-      if constexpr (std::endian::native == std::endian::little) {
-        return k + (std::countr_zero(diff) >> 3);
-      } else {
-        return k + (std::countl_zero(diff) >> 3);
-      }
-    }
+    if (diff != 0) return k + EqualBytes(diff);
     k += 8;
   }
   while (k < max && a[k] == b[k]) ++k;
   return k;
-}
-
-inline uint16_t Load16(const uint8_t* p) {
-  uint16_t v;
-  std::memcpy(&v, p, 2);
-  return v;
 }
 
 }  // namespace
@@ -176,29 +189,53 @@ void EncoderCore<P>::FindMatch() {
     const uint8_t* const sources = text - off;  // candidate s is tried as source s - off
     // 4.
     uint8_t mark = 0;  // what the walk leaves in crowded[h]: 0 ran out, 1 cut, 2 as it was
-    // Only a longer match counts, so a candidate must agree on the two
-    // bytes that end the best match so far before it is compared in full.
-    uint16_t tail = Load16(here + matchLen - 1);
+    // Only a longer match counts, so a candidate must first agree on one
+    // word of the bytes up to one past the best match: the first bytes
+    // while the match is short, else the 8 that end it. One load, one
+    // compare per candidate; the full comparison follows only on agreement.
+    int32_t window = 0;
+    uint64_t word = 0, mask = 0;
+    auto aim = [&] {
+      window = matchLen < 8 ? 0 : matchLen - 7;
+      word = Load64(here + window);
+      mask = FirstBytesMask(matchLen - window);
+    };
+    aim();
+    // Tries candidate c; true when the walk ends on a match of full length.
+    auto tryCandidate = [&](int32_t c) {
+      const uint8_t* const source = sources + c;
+      if (((Load64(source + window) ^ word) & mask) != 0) return false;
+      const int32_t len = CommonLength(source, here, max);
+      if (len <= matchLen) return false;
+      matchLen = len;
+      matchPos = static_cast<uint32_t>(c) - off;
+      if (len == max) return true;
+      aim();
+      return false;
+    };
     while (s > lowest) {
       if (--counter == 0) {
         mark = 1;
         break;
       }
-      const int32_t next = s - links[s & (kDict - 1)];  // in flight while s is tested
-      const uint8_t* const source = sources + s;
-      if (Load16(source + matchLen - 1) == tail) {
-        const int32_t len = CommonLength(source, here, max);
-        if (len > matchLen) {
-          matchLen = len;
-          matchPos = static_cast<uint32_t>(s) - off;
-          if (len == max) {
-            mark = 2;
-            break;
-          }
-          tail = Load16(here + matchLen - 1);
-        }
+      // Both successors in flight while s is tested.
+      const uint32_t entry = links[s & (kDict - 1)];
+      const int32_t next = s - static_cast<int32_t>(entry & 0xFFFF);
+      const int32_t after = s - static_cast<int32_t>(entry >> 16);
+      if (tryCandidate(s)) {
+        mark = 2;
+        break;
       }
-      s = next;
+      if (next <= lowest) break;
+      if (--counter == 0) {
+        mark = 1;
+        break;
+      }
+      if (tryCandidate(next)) {
+        mark = 2;
+        break;
+      }
+      s = after;
     }
     // 5.
     if (mark != 2) crowded[h] = mark;
