@@ -11,6 +11,7 @@
 #include "archiver/lha_archiver.h"
 #include "decode/crc16.h"
 #include "decode/decoders.h"
+#include "decode/load_bits.h"
 
 namespace kz {
 
@@ -53,12 +54,6 @@ static_assert(kPositions.Upper[31] == 0 && kPositions.Upper[32] == 1 && kPositio
               kPositions.Upper[191] == 23 && kPositions.Upper[239] == 47 &&
               kPositions.Upper[240] == 48 && kPositions.Upper[255] == 63);
 static_assert(kPositions.Bits[0] == 3 && kPositions.Bits[255] == 8);
-
-inline uint64_t LoadBigEndian64(const uint8_t* p) {
-  uint64_t v;
-  std::memcpy(&v, p, 8);
-  return __builtin_bswap64(v);
-}
 
 }  // namespace
 

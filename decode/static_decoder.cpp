@@ -15,21 +15,12 @@
 #include "archiver/lha_archiver.h"
 #include "decode/crc16.h"
 #include "decode/decoders.h"
+#include "decode/load_bits.h"
 
 namespace kz {
 
 static_assert(2 * kLh7Params.WindowSize + StaticHuffmanDecoderBase::kCopySlack <= kDictionaryBytes,
               "the ring of two windows and a copy's overrun fit the dictionary buffer");
-
-namespace {
-
-inline uint64_t LoadBigEndian64(const uint8_t* p) {
-  uint64_t v;
-  std::memcpy(&v, p, 8);
-  return __builtin_bswap64(v);
-}
-
-}  // namespace
 
 // The bits in hand: most significant first at the top of Bits, Count of
 // them valid. Below them Bits may hold the leading bits of bytes not yet
