@@ -93,8 +93,11 @@ class StaticHuffmanDecoderBase : public KzDecompressor {
   static constexpr uint16_t kTreeEntry = 0x8000;  // table entry: a tree's root, not a symbol
 
   uint8_t* Window = nullptr;
-  uint16_t Left[kTreeNodes]{};
-  uint16_t Right[kTreeNodes]{};
+  // Cleared by DecodeWith, not at construction: the pages of a decoder
+  // that never runs are never touched (a page's first touch costs more than
+  // a short run's decoding).
+  uint16_t Left[kTreeNodes];
+  uint16_t Right[kTreeNodes];
   // Written by every block head before they are read.
   uint8_t CharLen[NC];
   uint8_t AuxLen[NT];

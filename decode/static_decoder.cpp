@@ -460,6 +460,10 @@ void StaticHuffmanDecoderBase::DecodeWith() {
   constexpr uint32_t kRing = 2 * W;
   static_assert((W & (W - 1)) == 0, "window halves are found by masking");
   KzArchiver& owner = *Owner;
+  // Tree nodes start cleared for every member, so what a malformed table
+  // walks into never depends on an earlier member.
+  std::memset(Left, 0, sizeof Left);
+  std::memset(Right, 0, sizeof Right);
   // 1. Start of the member: prime 16 bits.
   StaticBitInput in(owner, InputChunk);
   Consume(in.W, in, 0);

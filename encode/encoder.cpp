@@ -18,6 +18,8 @@ void EncoderBase::SetBuffers(uint32_t blockBufferSize, uint8_t* blockBuffer, uin
   HashPrev = hashPrev;
   Text = text;
   Crowded = crowded;
+  auto clear = [](auto&... arrays) { (std::memset(arrays, 0, sizeof arrays), ...); };
+  clear(Left, Right, CharLen, AuxLen, CharFreq, CharCode, PosFreq, AuxCode, AuxFreq, Heap, LenCount);
   ApplyLevel();
 }
 

@@ -117,23 +117,25 @@ class EncoderBase : public KzCompressor {
   uint32_t BitCount = 0;
   uint8_t* OutputBuffer = nullptr;
   uint32_t OutputCount = 0;
-  // Huffman work fields.
-  uint16_t Left[2 * NC - 1]{};
-  uint16_t Right[2 * NC - 1]{};
-  uint8_t CharLen[NC]{};
-  uint8_t AuxLen[NT]{};
-  uint16_t CharFreq[2 * NC - 1]{};
-  uint16_t CharCode[NC]{};
-  uint16_t PosFreq[33]{};
-  uint16_t AuxCode[NT]{};
-  uint16_t AuxFreq[2 * NT - 1]{};
+  // Huffman work fields, cleared by SetBuffers for each operation rather
+  // than at construction, so that an archiver that never compresses never
+  // touches their pages.
+  uint16_t Left[2 * NC - 1];
+  uint16_t Right[2 * NC - 1];
+  uint8_t CharLen[NC];
+  uint8_t AuxLen[NT];
+  uint16_t CharFreq[2 * NC - 1];
+  uint16_t CharCode[NC];
+  uint16_t PosFreq[33];
+  uint16_t AuxCode[NT];
+  uint16_t AuxFreq[2 * NT - 1];
   int32_t HeapSize = 0;
   int32_t TreeSymbols = 0;
-  int16_t Heap[NC + 1]{};
+  int16_t Heap[NC + 1];
   uint16_t* TreeFreq = nullptr;
   uint8_t* TreeLen = nullptr;
   uint16_t* CodeCursor = nullptr;
-  uint16_t LenCount[17]{};
+  uint16_t LenCount[17];
   // Block collection.
   uint32_t BlockPos = 0;
   uint32_t FlagMask = 0;
