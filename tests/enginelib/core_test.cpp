@@ -11,7 +11,7 @@
 #include "enginelib/kz_archiver.h"
 #include "enginelib/names.h"
 #include "enginelib/selection.h"
-#include "support/test_support.h"
+#include "support/engine_harness.h"
 
 namespace {
 
@@ -20,14 +20,6 @@ using kztest::Wide;
 
 // KzArchiver is abstract in spirit only: the base is enough to record errors.
 class Archiver : public KzArchiver {};
-
-std::wstring EngineForm(const std::filesystem::path& p) {
-  std::wstring w = Wide(p.string());
-  for (auto& c : w) {
-    if (c == L'/') c = L'\\';
-  }
-  return w;
-}
 
 TEST(FileStreamTest, FailuresRecordTheSystemErrorAndTheStreamName) {
   TempDir dir;
@@ -64,7 +56,7 @@ TEST(FileStreamTest, FailuresRecordTheSystemErrorAndTheStreamName) {
     EXPECT_EQ(a.SetSystemError(a.ArchiveStream.GetName()), c.expected) << c.what;
     EXPECT_EQ(a.Status, c.expected) << c.what;
     ASSERT_NE(a.ErrorFileName, nullptr);
-    EXPECT_EQ(std::wstring(a.ErrorFileName), EngineForm(dir / c.file)) << c.what;
+    EXPECT_EQ(std::wstring(a.ErrorFileName), kztest::EnginePath(dir / c.file)) << c.what;
   }
 
   Archiver a;
@@ -93,29 +85,6 @@ TEST(FileStreamTest, FailuresRecordTheSystemErrorAndTheStreamName) {
   uint32_t written = 7;
   EXPECT_FALSE(a.ArchiveStream.Write("z", 1, &written, 0));
   EXPECT_EQ(written, 0u);
-}
-
-TEST(FileStreamTest, SeekSizeTruncateAndDosTime) {
-  TempDir dir;
-  std::wstring path = Wide((dir / "f.bin").string());
-  FileStream s;
-  ASSERT_TRUE(s.Create(path.c_str(), GENERIC_READ | GENERIC_WRITE, 1, CREATE_ALWAYS, 0x20, 0));
-  uint32_t n = 0;
-  ASSERT_TRUE(s.Write("0123456789", 10, &n, 0));
-  EXPECT_EQ(s.GetPosition(), 10u);
-  ASSERT_TRUE(s.Seek(4, 0, 0));
-  ASSERT_TRUE(s.SetEnd());
-  uint64_t size = 0;
-  ASSERT_TRUE(s.GetSize(&size));
-  EXPECT_EQ(size, 4u);
-  ASSERT_TRUE(s.Seek(-2, 2, 0));
-  char two[2];
-  ASSERT_TRUE(s.Read(two, 2, &n, 0));
-  EXPECT_EQ(std::string(two, 2), "23");
-  ASSERT_TRUE(s.SetModTime(1262347200));  // 2010-01-01 12:00:00 UTC
-  uint16_t date = 0, time = 0;
-  ASSERT_TRUE(s.GetDosDateTime(&date, &time));
-  EXPECT_EQ(kz::DosToUnixTime((uint32_t(date) << 16) | time), 1262347200);
 }
 
 TEST(FaultInjectionTest, TheNthArmedCallFails) {
@@ -199,16 +168,6 @@ TEST(NamesTest, NormalizeNameLeavesNoControlCharacters) {
   wchar_t name[64] = L"dir/\x1b]2;evil\x07\x9b\x202Etxt.exe";
   a.NormalizeName(name, 64);
   EXPECT_STREQ(name, L"dir\\_]2;evil___txt.exe");
-}
-
-TEST(NamesTest, DosTimesRoundTripAndInvalidOnesAreRefused) {
-  // 2012-04-05 10:20:30 in DOS fields.
-  uint32_t dos = (32u << 25) | (4u << 21) | (5u << 16) | (10u << 11) | (20u << 5) | 15u;
-  int64_t unixTime = kz::DosToUnixTime(dos);
-  ASSERT_NE(unixTime, -1);
-  EXPECT_EQ(kz::UnixToDosTime(unixTime), dos);
-  EXPECT_EQ(kz::DosToUnixTime(0), -1);                 // month 0
-  EXPECT_EQ(kz::DosToUnixTime((13u << 21) | (1u << 16)), -1);  // month 13
 }
 
 TEST(SelectionTest, PatternsTable) {

@@ -11,7 +11,7 @@
 #include <functional>
 #include <string>
 
-#include "enginelib/fake_engine.h"
+#include "support/engine_harness.h"
 #include "enginelib/file_stream.h"
 #include "platform/fs.h"
 #include "support/test_support.h"
@@ -228,24 +228,7 @@ TEST(FsTest, TimesAndPermissionsRefuseOrSkipAFinalLink) {
 }
 #endif
 
-TEST(FsTest, DirectoriesAreMadeOneByOneOrAsAPath) {
-  TempDir dir;
-  std::wstring one = EnginePath(dir / "one");
-  ASSERT_TRUE(kz::fs::MakeDirectory(one.c_str()));
-  EXPECT_TRUE(fs::is_directory(dir / "one"));
-  EXPECT_FALSE(kz::fs::MakeDirectory(one.c_str()));
-  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_EXISTS));
-
-  ASSERT_TRUE(kz::fs::MakeDirectories(EnginePath(dir / "a" / "b" / "c").c_str()));
-  EXPECT_TRUE(fs::is_directory(dir / "a" / "b" / "c"));
-  ASSERT_TRUE(kz::fs::MakeDirectories(EnginePath(dir / "a" / "b").c_str()));  // exists: fine
-
-  kztest::WriteFile(dir / "file", std::string("x"));
-  EXPECT_FALSE(kz::fs::MakeDirectories(EnginePath(dir / "file" / "sub").c_str()));
-  EXPECT_TRUE(kz::fs::SyncDirectory(EnginePath(dir / "a").c_str()));
-}
-
-TEST(FsTest, ListingIsSortedTypedAndRefusesALinkedDirectory) {
+TEST(FsTest, ListingTypesLinksAndRefusesALinkedDirectory) {
   TempDir dir;
   fs::create_directory(dir / "d");
   for (const char* n : {"b", "a", "C", "ä"}) kztest::WriteFile(dir / "d" / n, std::string(n));
@@ -259,35 +242,10 @@ TEST(FsTest, ListingIsSortedTypedAndRefusesALinkedDirectory) {
   for (const auto& e : entries) names.push_back(e.Name);
   EXPECT_EQ(names, (std::vector<std::wstring>{L"C", L"a", L"b", L"ln", L"sub", L"\u00e4"}));
   EXPECT_EQ(entries[3].Type, kz::fs::EntryType::Link);
-  EXPECT_EQ(entries[4].Type, kz::fs::EntryType::Directory);
-  EXPECT_EQ(entries[1].Type, kz::fs::EntryType::File);
 
   EXPECT_FALSE(kz::fs::ListDirectory(EnginePath(dir / "dlink").c_str(), entries));
   EXPECT_FALSE(kz::fs::ListDirectory(EnginePath(dir / "missing").c_str(), entries));
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-}
-
-TEST(FsTest, PathPieces) {
-  struct Case {
-    const wchar_t* path;
-    const wchar_t* parent;
-    const wchar_t* last;
-  } cases[] = {
-      {L"a\\b\\c", L"a\\b", L"c"}, {L"c", L"", L"c"}, {L"\\c", L"\\", L"c"},
-#ifndef _WIN32  // a share root on Windows (tests/platform)
-      {L"\\\\x\\c", L"\\\\x", L"c"},
-#endif
-      {L"a\\b\\", L"a", L"b\\"}, {L"a/b", L"a", L"b"},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(kz::fs::ParentOf(c.path), c.parent) << c.path;
-    EXPECT_STREQ(kz::fs::LastComponent(c.path), c.last) << c.path;
-  }
-  std::wstring t1 = kz::fs::TempFileName();
-  std::wstring t2 = kz::fs::TempFileName();
-  EXPECT_NE(t1, t2);
-  EXPECT_EQ(t1.substr(0, 3), L".kz");
-  EXPECT_EQ(t1.substr(t1.size() - 4), L".tmp");
 }
 
 TEST(FsTest, ResolveLinksFollowsEveryLink) {

@@ -12,82 +12,29 @@
 #include <string>
 #include <vector>
 
-#include "archiver/lha_archiver.h"
-#include "enginelib/fake_engine.h"
 #include "enginelib/names.h"
 #include "enginelib/safe_path.h"
-#include "support/archive_builder.h"
-#include "support/test_support.h"
+#include "support/engine_harness.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using kztest::ArchiveBuilder;
 using kztest::Bytes;
+using kztest::Contents;
 using kztest::EnginePath;
-using kztest::FakeEngine;
+using kztest::FindRaw;
+using kztest::HasTempFiles;
 using kztest::MemberSpec;
+using kztest::Names;
+using kztest::RawMembers;
 using kztest::TempDir;
 using kztest::ToBytes;
 
 const uint32_t kMemberTime = kztest::DosTime(2020, 1, 1, 12, 0, 0);
 
 MemberSpec Stored(const std::string& name, const std::string& content) {
-  MemberSpec spec;
-  spec.level = 0;
-  spec.name = name;
-  spec.packed = ToBytes(content);
-  spec.originalSize = static_cast<uint32_t>(content.size());
-  spec.crc = kztest::Crc16(spec.packed);
-  spec.timeStamp = kMemberTime;
-  return spec;
-}
-
-// Every member's raw bytes (header and data), by name, in archive order.
-std::vector<std::pair<std::wstring, Bytes>> RawMembers(const fs::path& archive,
-                                                       uint64_t firstHeader = 0) {
-  FakeEngine e;
-  e.Open(EnginePath(archive), firstHeader);
-  KzList* list = KzList::Create(KZ_LIST_MEMBERS);
-  KzList* all = kztest::NamesList({});
-  e.EnumerateMembers(all, 0, list);
-  Bytes bytes = kztest::ReadFile(archive);
-  std::vector<std::pair<std::wstring, Bytes>> out;
-  for (void* item : KzListItems(list)) {
-    const auto* r = static_cast<const LhaHeader*>(item);
-    auto begin = bytes.begin() + static_cast<ptrdiff_t>(r->HeaderPos);
-    out.emplace_back(r->Name, Bytes(begin, begin + r->HeaderLength + r->PackedSize));
-  }
-  KzList::Free(list);
-  KzList::Free(all);
-  return out;
-}
-
-std::vector<std::wstring> Names(const std::vector<std::pair<std::wstring, Bytes>>& members) {
-  std::vector<std::wstring> out;
-  for (const auto& m : members) out.push_back(m.first);
-  return out;
-}
-
-const Bytes* Find(const std::vector<std::pair<std::wstring, Bytes>>& members,
-                  const std::wstring& name) {
-  for (const auto& m : members) {
-    if (m.first == name) return &m.second;
-  }
-  return nullptr;
-}
-
-// The stored content of a member (level 0: data behind the header).
-std::string Content(const Bytes& raw) {
-  size_t header = raw[0] + 2u;
-  return std::string(raw.begin() + static_cast<ptrdiff_t>(header), raw.end());
-}
-
-bool HasTempFiles(const fs::path& dir) {
-  for (const auto& e : fs::directory_iterator(dir)) {
-    if (e.path().filename().string().rfind(".kz", 0) == 0) return true;
-  }
-  return false;
+  return kztest::StoredSpec(name, content, kMemberTime);
 }
 
 void SetMTime(const fs::path& p, int64_t t) { kztest::SetModificationTime(p, t); }
@@ -102,10 +49,10 @@ class UpdateTest : public ::testing::Test {
     b.End();
     b.WriteTo(archive());
     old_ = b.Bytes();
-    first_ = stub.size();
     Reopen();
   }
-  void Reopen() { ASSERT_EQ(engine_.Open(EnginePath(archive()), first_), 0); }
+  void SetUp() override { ASSERT_EQ(engine_.Init(), 0); }
+  void Reopen() { ASSERT_EQ(engine_.InitArchive(EnginePath(archive()).c_str(), 0, 0), 0); }
   fs::path archive() const { return dir_ / "arc.lzh"; }
   fs::path src() const { return dir_ / "src"; }
   void Source(const std::string& rel, const std::string& content) {
@@ -130,9 +77,8 @@ class UpdateTest : public ::testing::Test {
   }
 
   TempDir dir_;
-  FakeEngine engine_;
+  KzLhaArchiver engine_;
   Bytes old_;
-  uint64_t first_ = 0;
 };
 
 TEST_F(UpdateTest, AddingKeepsEveryOldMemberAndTheStubByteForByte) {
@@ -144,10 +90,10 @@ TEST_F(UpdateTest, AddingKeepsEveryOldMemberAndTheStubByteForByte) {
   // Old archive without its end marker, then the new members.
   ASSERT_GT(now.size(), old_.size());
   EXPECT_TRUE(std::equal(old_.begin(), old_.end() - 1, now.begin()));
-  auto members = RawMembers(archive(), first_);
+  auto members = RawMembers(archive());
   EXPECT_EQ(Names(members),
             (std::vector<std::wstring>{L"m1", L"dir\\m2", L"m3", L"new1", L"new2"}));
-  EXPECT_EQ(Content(*Find(members, L"new2")), "n2");
+  EXPECT_EQ(Contents(archive())[L"new2"], "n2");
   EXPECT_EQ(now.back(), 0);
   EXPECT_FALSE(HasTempFiles(dir_.path()));
 }
@@ -159,9 +105,9 @@ TEST_F(UpdateTest, ReplacingDropsTheMemberOfTheSameNameWhateverItsCaseAndSeparat
   ASSERT_EQ(Add({L"DIR/M2"}), 0);
   auto after = RawMembers(archive());
   EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3", L"DIR\\M2"}));
-  EXPECT_EQ(*Find(after, L"m1"), *Find(before, L"m1"));
-  EXPECT_EQ(*Find(after, L"m3"), *Find(before, L"m3"));
-  EXPECT_EQ(Content(*Find(after, L"DIR\\M2")), "replaced");
+  EXPECT_EQ(*FindRaw(after, L"m1"), *FindRaw(before, L"m1"));
+  EXPECT_EQ(*FindRaw(after, L"m3"), *FindRaw(before, L"m3"));
+  EXPECT_EQ(Contents(archive())[L"DIR\\M2"], "replaced");
 }
 
 TEST_F(UpdateTest, UpdateAddsOnlySourcesNewerThanTheirMembers) {
@@ -173,15 +119,16 @@ TEST_F(UpdateTest, UpdateAddsOnlySourcesNewerThanTheirMembers) {
   SetMTime(src() / "m3", memberTime + 1);  // DOS times keep even seconds: not newer
   ASSERT_EQ(Add({L"m1", L"m3"}, KZ_ADD_UPDATE), 0);
   ExpectUntouched();  // nothing newer: the archive was not rewritten
+  kztest::WriteFile(dir_ / "old.lzh", old_);
 
   Source("dir/m2", "newer");
   SetMTime(src() / "dir" / "m2", memberTime + 100);
   ASSERT_EQ(Add({L"m1", L"dir/m2", L"m3"}, KZ_ADD_UPDATE), 0);
   auto after = RawMembers(archive());
   EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3", L"dir\\m2"}));
-  EXPECT_EQ(Content(*Find(after, L"m1")), "one");
-  EXPECT_EQ(Content(*Find(after, L"dir\\m2")), "newer");
-  EXPECT_EQ(engine_.Calls, (std::vector<std::wstring>{L"Compress:dir\\m2"}));
+  EXPECT_EQ(*FindRaw(after, L"m1"), *FindRaw(RawMembers(dir_ / "old.lzh"), L"m1"));
+  EXPECT_EQ(*FindRaw(after, L"m3"), *FindRaw(RawMembers(dir_ / "old.lzh"), L"m3"));
+  EXPECT_EQ(Contents(archive())[L"dir\\m2"], "newer");
 }
 
 TEST_F(UpdateTest, CreateRebuildsTheArchiveFromTheSourcesAlone) {
@@ -218,12 +165,10 @@ TEST_F(UpdateTest, DirectoriesAreWalkedSortedWithoutFollowingLinksToDirectories)
   fs::create_symlink(src() / "tree", src() / "tree" / "loop");
   ASSERT_EQ(mkfifo((src() / "tree" / "fifo").c_str(), 0600), 0);
   ASSERT_EQ(Add({L"tree"}), 0);
-  EXPECT_EQ(engine_.Calls, (std::vector<std::wstring>{
-                               L"Directory:tree", L"Compress:tree\\a.txt", L"Compress:tree\\b.txt",
-                               L"Compress:tree\\c-link.txt", L"Directory:tree\\empty",
-                               L"Directory:tree\\sub", L"Compress:tree\\sub\\z.txt"}));
-  auto members = RawMembers(archive());
-  EXPECT_EQ(Content(*Find(members, L"tree\\c-link.txt")), "a");
+  EXPECT_EQ(Names(RawMembers(archive())),
+            (std::vector<std::wstring>{L"tree\\a.txt", L"tree\\b.txt", L"tree\\c-link.txt",
+                                       L"tree\\sub\\z.txt"}));
+  EXPECT_EQ(Contents(archive())[L"tree\\c-link.txt"], "a");
 }
 #endif
 
@@ -271,11 +216,10 @@ TEST_F(UpdateTest, TheArchiveIsNeverAddedToItself) {
   ArchiveBuilder b;
   b.Member(Stored("m1", "one")).End();
   b.WriteTo(src() / "self.lzh");
-  ASSERT_EQ(engine_.Open(EnginePath(src() / "self.lzh")), 0);
+  ASSERT_EQ(engine_.InitArchive(EnginePath(src() / "self.lzh").c_str(), 0, 0), 0);
   Source("f", "x");
   ASSERT_EQ(Add({L"."}), 0);
   EXPECT_EQ(Names(RawMembers(src() / "self.lzh")), (std::vector<std::wstring>{L"m1", L"f"}));
-  EXPECT_TRUE(std::count(engine_.Calls.begin(), engine_.Calls.end(), L"Compress:self.lzh") == 0);
 }
 
 TEST_F(UpdateTest, MoveDeletesTheAddedSourcesOnlyOnceTheArchiveIsInPlace) {
@@ -286,7 +230,7 @@ TEST_F(UpdateTest, MoveDeletesTheAddedSourcesOnlyOnceTheArchiveIsInPlace) {
   EXPECT_FALSE(fs::exists(src() / "mv" / "a"));
   EXPECT_FALSE(fs::exists(src() / "mv" / "b"));
   EXPECT_TRUE(fs::is_directory(src() / "mv"));  // directories stay
-  EXPECT_EQ(Content(*Find(RawMembers(archive()), L"mv\\b")), "b");
+  EXPECT_EQ(Contents(archive())[L"mv\\b"], "b");
 
   old_ = kztest::ReadFile(archive());
   Source("mv2/a", "a");
@@ -323,12 +267,12 @@ TEST_F(UpdateTest, AStopFromProgressLeavesTheOldArchive) {
 
 TEST_F(UpdateTest, DeletingCopiesTheOtherMembersByteForByte) {
   MakeArchive(Bytes(50, 'S'));
-  auto before = RawMembers(archive(), first_);
+  auto before = RawMembers(archive());
   ASSERT_EQ(Delete({L"DIR/M2"}, KZ_SELECT_NOCASE), 0);
-  auto after = RawMembers(archive(), first_);
+  auto after = RawMembers(archive());
   EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3"}));
-  EXPECT_EQ(*Find(after, L"m1"), *Find(before, L"m1"));
-  EXPECT_EQ(*Find(after, L"m3"), *Find(before, L"m3"));
+  EXPECT_EQ(*FindRaw(after, L"m1"), *FindRaw(before, L"m1"));
+  EXPECT_EQ(*FindRaw(after, L"m3"), *FindRaw(before, L"m3"));
   Bytes now = kztest::ReadFile(archive());
   EXPECT_TRUE(std::equal(old_.begin(), old_.begin() + 50, now.begin()));  // the stub stays
 }
@@ -415,35 +359,6 @@ TEST_F(UpdateTest, AnArchiveThatAppearedAfterOpeningIsNotTakenOver) {
 
 namespace {
 
-struct EngineMember {
-  std::wstring Name;
-  Bytes Raw;
-  bool File;
-};
-
-// The engine's view of an archive: each member's raw bytes.
-std::vector<EngineMember> EngineMembers(const fs::path& archive) {
-  KzLhaArchiver a;
-  EXPECT_EQ(a.Init(), 0);
-  EXPECT_EQ(a.InitArchive(EnginePath(archive).c_str(), 0, 0), 0);
-  KzList* list = KzList::Create(KZ_LIST_MEMBERS);
-  KzList* all = kztest::NamesList({});
-  EXPECT_GE(a.ListArchive(all, 0, 0, list, nullptr), 0);
-  Bytes bytes = kztest::ReadFile(archive);
-  std::vector<EngineMember> out;
-  for (void* item : KzListItems(list)) {
-    const auto* r = static_cast<const LhaHeader*>(item);
-    auto begin = bytes.begin() + static_cast<ptrdiff_t>(r->HeaderPos);
-    size_t length = r->HeaderLength + r->PackedSize;
-    EXPECT_LE(r->HeaderPos + length, bytes.size());
-    bool file = !(r->Attributes & 0x10) && r->Method <= 7 && !(r->LibFlags & 1);
-    out.push_back({r->Name, Bytes(begin, begin + static_cast<ptrdiff_t>(length)), file});
-  }
-  KzList::Free(list);
-  KzList::Free(all);
-  return out;
-}
-
 // What an independent tool says about the archive (its test command).
 bool OracleAccepts(const fs::path& archive) {
   return kztest::Run({"lhasa", "t", archive.string()}).ExitCode == 0;
@@ -487,13 +402,12 @@ class EngineUpdateTest : public ::testing::TestWithParam<EngineArchive> {
       fs::copy_file(kztest::SharedArchive(c.shared), archive());
     }
     old_ = kztest::ReadFile(archive());
-    members_ = EngineMembers(archive());
+    members_ = RawMembers(archive());
     ASSERT_FALSE(members_.empty());
-    ASSERT_EQ(engine_.Init(), 0);
-    ASSERT_EQ(engine_.InitArchive(EnginePath(archive()).c_str(), 0, 0), 0);
+    ASSERT_EQ(kztest::OpenArchive(engine_, archive()), 0);
   }
   fs::path archive() const { return dir_ / "arc.lzh"; }
-  const EngineMember* FirstFile() const {
+  const kztest::RawMember* FirstFile() const {
     for (const auto& m : members_) {
       if (m.File) return &m;
     }
@@ -501,7 +415,7 @@ class EngineUpdateTest : public ::testing::TestWithParam<EngineArchive> {
   }
   // Every member of `before` but the named one is in `after`, byte for byte.
   void ExpectOthersIdentical(const std::wstring& except) {
-    auto after = EngineMembers(archive());
+    auto after = RawMembers(archive());
     for (const auto& m : members_) {
       if (kz::SameMemberName(m.Name.c_str(), except.c_str())) continue;
       bool found = false;
@@ -525,7 +439,7 @@ class EngineUpdateTest : public ::testing::TestWithParam<EngineArchive> {
   TempDir dir_;
   KzLhaArchiver engine_;
   Bytes old_;
-  std::vector<EngineMember> members_;
+  std::vector<kztest::RawMember> members_;
 };
 
 TEST_P(EngineUpdateTest, AddingKeepsEveryMember) {
@@ -538,20 +452,20 @@ TEST_P(EngineUpdateTest, AddingKeepsEveryMember) {
 }
 
 TEST_P(EngineUpdateTest, ReplacingAMemberKeepsTheOthers) {
-  const EngineMember* victim = FirstFile();
+  const kztest::RawMember* victim = FirstFile();
   if (victim == nullptr) GTEST_SKIP() << "no file member";
   std::string rel = Slashed(victim->Name);
   kztest::WriteFile(dir_ / "src" / rel, std::string("replaced by kzlha"));
   ASSERT_EQ(Add(kztest::Wide(rel), KZ_ADD_REPLACE), 0);
   ExpectOthersIdentical(victim->Name);
-  auto after = EngineMembers(archive());
+  auto after = RawMembers(archive());
   EXPECT_EQ(after.size(), members_.size());
   EXPECT_TRUE(OracleAccepts(archive()));
   EXPECT_EQ(OracleContent(archive(), rel), "replaced by kzlha");
 }
 
 TEST_P(EngineUpdateTest, UpdatingWithAnOlderSourceChangesNothing) {
-  const EngineMember* member = FirstFile();
+  const kztest::RawMember* member = FirstFile();
   if (member == nullptr) GTEST_SKIP() << "no file member";
   std::string rel = Slashed(member->Name);
   kztest::WriteFile(dir_ / "src" / rel, std::string("older"));
@@ -561,7 +475,7 @@ TEST_P(EngineUpdateTest, UpdatingWithAnOlderSourceChangesNothing) {
 }
 
 TEST_P(EngineUpdateTest, DeletingOneMemberKeepsTheOthers) {
-  const EngineMember* victim = FirstFile();
+  const kztest::RawMember* victim = FirstFile();
   if (victim == nullptr) GTEST_SKIP() << "no file member";
   KzList* list = kztest::NamesList({victim->Name});
   HRESULT hr = engine_.DeleteFiles(list, KZ_SELECT_EXACT);
@@ -573,7 +487,7 @@ TEST_P(EngineUpdateTest, DeletingOneMemberKeepsTheOthers) {
   }
   ASSERT_EQ(hr, 0);
   ExpectOthersIdentical(victim->Name);
-  EXPECT_EQ(EngineMembers(archive()).size(), members_.size() - 1);
+  EXPECT_EQ(RawMembers(archive()).size(), members_.size() - 1);
   EXPECT_TRUE(OracleAccepts(archive()));
 }
 
@@ -609,8 +523,7 @@ TEST(EngineSfxTest, TheStubSurvivesAnAdd) {
   fs::copy_file(kztest::SharedArchive("lha213/sfx.exe"), dir / "sfx.exe");
   Bytes old = kztest::ReadFile(dir / "sfx.exe");
   KzLhaArchiver a;
-  ASSERT_EQ(a.Init(), 0);
-  ASSERT_EQ(a.InitArchive(EnginePath(dir / "sfx.exe").c_str(), 0, 0), 0);
+  ASSERT_EQ(kztest::OpenArchive(a, dir / "sfx.exe"), 0);
   uint64_t stub = a.FirstHeaderPos;
   ASSERT_GT(stub, 0u);
   kztest::WriteFile(dir / "src" / "new.txt", std::string("new"));

@@ -9,7 +9,7 @@
 #include "enginelib/names.h"
 #include "platform/fs.h"
 #include "platform/local_time.h"
-#include "platform/engine_path.h"
+#include "support/engine_harness.h"
 #include "support/test_support.h"
 
 namespace {

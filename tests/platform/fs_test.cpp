@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/engine_path.h"
+#include "support/engine_harness.h"
 #include "platform/fs.h"
 #include "support/test_support.h"
 
