@@ -24,21 +24,7 @@ using kztest::UpdateRig;
 std::wstring gAttributesFailFor;
 #endif
 
-class OwnedList {
- public:
-  OwnedList() : list_(KzList::Create(KZ_LIST_NAMES)) {}
-  ~OwnedList() { KzList::Free(list_); }
-  KzList* get() const { return list_; }
-  KzNameItem& Add(const fs::path& path) {
-    EXPECT_EQ(KzList::Add(list_, kztest::Wide(path.string()).c_str(), 0), 0);
-    KzListNode* node = list_->First;
-    while (node->Next != nullptr) node = node->Next;
-    return *static_cast<KzNameItem*>(node->Item);
-  }
-
- private:
-  KzList* list_;
-};
+using kztest::OwnedList;
 
 class ArchiveUpdateTest : public ::testing::Test {
  protected:
@@ -76,13 +62,13 @@ TEST_F(ArchiveUpdateTest, CreateArchiveWritesMembersAndTheEndMarker) {
   items.Add(rig_.Dir() / "src" / "sub");  // a directory is not a member
   items.Add(rig_.Source("sub/b.bin", b));
   EXPECT_EQ(rig_.A().CreateArchive(items.get()), 0);
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 2u);
   EXPECT_EQ(members[0].Name, L"a.txt");
   EXPECT_EQ(members[1].Name, L"sub\\b.bin");
   EXPECT_EQ(ArchiveBytes().back(), 0);
   const auto& last = members.back();
-  EXPECT_EQ(last.HeaderPos + last.HeaderLength + last.PackedSize + 1, ArchiveBytes().size());
+  EXPECT_EQ(last.Header.HeaderPos + last.Header.HeaderLength + last.Header.PackedSize + 1, ArchiveBytes().size());
   ExpectLhasaReproduces({{"a.txt", a}, {"sub/b.bin", b}});
 }
 
@@ -138,12 +124,12 @@ TEST_F(ArchiveUpdateTest, PartialStatusKeepsTheArchive) {
   rig_.A().SetCallbacks(&callbacks, &probe);
   EXPECT_EQ(rig_.A().CreateArchive(items.get()), kz::ARC_E_PARTIAL);
   ASSERT_TRUE(ArchiveExists());
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_GE(members.size(), 2u);
   EXPECT_EQ(members[0].Name, L"a.txt");
-  EXPECT_EQ(members[0].Crc, kztest::Crc16(a));
+  EXPECT_EQ(members[0].Header.Crc, kztest::Crc16(a));
   EXPECT_EQ(members[1].Name, L"b.txt");
-  EXPECT_EQ(members[1].PackedSize, 0u);  // the failing member's placeholder
+  EXPECT_EQ(members[1].Header.PackedSize, 0u);  // the failing member's placeholder
   for (const auto& m : members) EXPECT_NE(m.Name, L"c.txt");
 }
 
@@ -155,7 +141,7 @@ TEST_F(ArchiveUpdateTest, AppendItemsPassesOverMarkedItems) {
   rig_.CreateOutput();
   EXPECT_EQ(rig_.A().AppendItems(items.get()), 0);
   rig_.A().OutputStream.Close();
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 1u);
   EXPECT_EQ(members[0].Name, L"b.txt");
   EXPECT_EQ(ArchiveBytes().back(), 0);
@@ -194,7 +180,7 @@ TEST_F(ArchiveUpdateTest, WriteArchiveEndAfterAMemberReportsNothing) {
   ASSERT_EQ(rig_.Compress("x.txt", rig_.Source("x.txt", kztest::ToBytes("kept member"))), 0);
   EXPECT_EQ(rig_.A().WriteArchiveEnd(), 0);
   rig_.A().OutputStream.Close();
-  EXPECT_EQ(kztest::ReadMembers(rig_.ArchivePath()).size(), 1u);
+  EXPECT_EQ(kztest::RawMembers(rig_.ArchivePath()).size(), 1u);
   EXPECT_EQ(ArchiveBytes().back(), 0);
 }
 
@@ -214,9 +200,9 @@ TEST_F(ArchiveUpdateTest, ReadOnlySourceKeepsItsAttributeByte) {
   OwnedList items;
   items.Add(src);
   EXPECT_EQ(rig_.A().CreateArchive(items.get()), 0);
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Attributes, 0x21u);
+  EXPECT_EQ(members[0].Header.Attributes, 0x21u);
 }
 
 #ifndef _WIN32
@@ -231,9 +217,9 @@ TEST_F(ArchiveUpdateTest, SourceWithoutReadableAttributesIsStoredAsAPlainFile) {
   const HRESULT hr = rig_.A().CreateArchive(items.get());
   gAttributesFailFor.clear();
   EXPECT_EQ(hr, 0);
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Attributes, 0x20u);
+  EXPECT_EQ(members[0].Header.Attributes, 0x20u);
   ExpectLhasaReproduces({{"no-attributes.txt", content}});
 }
 #endif

@@ -15,7 +15,6 @@ namespace fs = std::filesystem;
 using kztest::Bytes;
 using kztest::ProgressProbe;
 using kztest::UpdateRig;
-using kztest::WrittenMember;
 
 uint16_t Crc(const Bytes& b) { return kztest::Crc16(b); }
 
@@ -43,12 +42,12 @@ TEST_F(CompressDriverTest, EmptySourceIsAHeaderOnlyStoredMember) {
   EXPECT_EQ(rig_.Compress("empty.txt", src), 0);
   rig_.FinishOutput();
   EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 27u + 9u + 1u);
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Method, 0u);
-  EXPECT_EQ(members[0].PackedSize, 0u);
-  EXPECT_EQ(members[0].OriginalSize, 0u);
-  EXPECT_EQ(members[0].Crc, 0u);
+  EXPECT_EQ(members[0].Header.Method, 0u);
+  EXPECT_EQ(members[0].Header.PackedSize, 0u);
+  EXPECT_EQ(members[0].Header.OriginalSize, 0u);
+  EXPECT_EQ(members[0].Header.Crc, 0u);
 }
 
 TEST_F(CompressDriverTest, LevelZeroStoresAndReportsProgress) {
@@ -60,12 +59,12 @@ TEST_F(CompressDriverTest, LevelZeroStoresAndReportsProgress) {
   EXPECT_EQ(rig_.Compress("t.txt", src), 0);
   EXPECT_EQ(probe.Calls, 3);  // three chunks of up to 64 KiB
   EXPECT_EQ(probe.LastDone, text.size());
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Method, 0u);
-  EXPECT_EQ(members[0].PackedSize, text.size());
-  EXPECT_EQ(members[0].OriginalSize, text.size());
-  EXPECT_EQ(members[0].Crc, Crc(text));
+  EXPECT_EQ(members[0].Header.Method, 0u);
+  EXPECT_EQ(members[0].Header.PackedSize, text.size());
+  EXPECT_EQ(members[0].Header.OriginalSize, text.size());
+  EXPECT_EQ(members[0].Header.Crc, Crc(text));
   ExpectLhasaReproduces({{"t.txt", text}});
 }
 
@@ -77,11 +76,11 @@ TEST_F(CompressDriverTest, OutgrownEncodingFallsBackToStored) {
   EXPECT_EQ(rig_.Compress("noise.bin", src), 0);
   rig_.FinishOutput();
   EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 27u + 9u + noise.size() + 1u);
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Method, 0u);
-  EXPECT_EQ(members[0].PackedSize, noise.size());
-  EXPECT_EQ(members[0].Crc, Crc(noise));
+  EXPECT_EQ(members[0].Header.Method, 0u);
+  EXPECT_EQ(members[0].Header.PackedSize, noise.size());
+  EXPECT_EQ(members[0].Header.Crc, Crc(noise));
   const Bytes archive = kztest::ReadFile(rig_.ArchivePath());
   EXPECT_EQ(Bytes(archive.begin() + 36, archive.end() - 1), noise);
 }
@@ -93,12 +92,12 @@ TEST_F(CompressDriverTest, PackedExactlyAsLongAsTheSourceStaysPacked) {
   const auto one = rig_.Source("one", kztest::ToBytes("A"));
   EXPECT_EQ(rig_.Compress("one", one), 0);
   ExpectLhasaReproduces({{"a10", ten}, {"one", kztest::ToBytes("A")}});
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 2u);
-  EXPECT_EQ(members[0].Method, 5u);
-  EXPECT_EQ(members[0].PackedSize, 10u);
-  EXPECT_EQ(members[1].Method, 0u);
-  EXPECT_EQ(members[1].PackedSize, 1u);
+  EXPECT_EQ(members[0].Header.Method, 5u);
+  EXPECT_EQ(members[0].Header.PackedSize, 10u);
+  EXPECT_EQ(members[1].Header.Method, 0u);
+  EXPECT_EQ(members[1].Header.PackedSize, 1u);
 }
 
 struct DictionaryCase {
@@ -115,10 +114,10 @@ TEST_P(DictionaryTest, DictionarySizeChoosesTheMethod) {
   rig_.A().DictionarySize = GetParam().DictionaryKiB;
   EXPECT_EQ(rig_.Compress("t.txt", src), 0);
   ExpectLhasaReproduces({{"t.txt", text}});
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Method, GetParam().Method);
-  EXPECT_LT(members[0].PackedSize, text.size() / 2);
+  EXPECT_EQ(members[0].Header.Method, GetParam().Method);
+  EXPECT_LT(members[0].Header.PackedSize, text.size() / 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, DictionaryTest,
@@ -135,10 +134,10 @@ TEST_F(CompressDriverTest, HeaderCarriesTheSourceTimeAndTheCallersAttributes) {
   probe.Close();
   EXPECT_EQ(rig_.Compress("dated.txt", src, 0x21), 0);
   rig_.FinishOutput();
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].TimeStamp, (uint32_t{date} << 16) | time);
-  EXPECT_EQ(members[0].Attributes, 0x21u);
+  EXPECT_EQ(members[0].Header.TimeStamp, (uint32_t{date} << 16) | time);
+  EXPECT_EQ(members[0].Header.Attributes, 0x21u);
 }
 
 // After each member the output stands at its end: members follow directly.
@@ -152,13 +151,13 @@ TEST_F(CompressDriverTest, MembersFollowOneAnother) {
     EXPECT_EQ(rig_.Compress(name, rig_.Source(name, content)), 0) << name;
   }
   ExpectLhasaReproduces(files);
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), files.size());
   uint64_t expectPos = 0;
   for (size_t i = 0; i < members.size(); ++i) {
-    EXPECT_EQ(members[i].HeaderPos, expectPos) << i;
-    EXPECT_EQ(members[i].Crc, Crc(files[i].second)) << i;
-    expectPos += members[i].HeaderLength + members[i].PackedSize;
+    EXPECT_EQ(members[i].Header.HeaderPos, expectPos) << i;
+    EXPECT_EQ(members[i].Header.Crc, Crc(files[i].second)) << i;
+    expectPos += members[i].Header.HeaderLength + members[i].Header.PackedSize;
   }
   EXPECT_EQ(expectPos + 1, fs::file_size(rig_.ArchivePath()));
 }
@@ -204,10 +203,10 @@ TEST_F(CompressDriverTest, StopDuringAStoredCopyFailsTheMember) {
   EXPECT_EQ(rig_.Compress("t.txt", src), kz::E_Abort);
   EXPECT_EQ(rig_.A().Status, kz::E_Abort);
   rig_.FinishOutput();
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_GE(members.size(), 1u);
-  EXPECT_EQ(members[0].PackedSize, 0u);
-  EXPECT_EQ(members[0].OriginalSize, 0u);
+  EXPECT_EQ(members[0].Header.PackedSize, 0u);
+  EXPECT_EQ(members[0].Header.OriginalSize, 0u);
 }
 
 TEST_F(CompressDriverTest, StopWhileEncodingFailsTheMember) {
@@ -218,10 +217,10 @@ TEST_F(CompressDriverTest, StopWhileEncodingFailsTheMember) {
   EXPECT_EQ(rig_.Compress("t.txt", src), kz::E_Abort);
   rig_.FinishOutput();
   // The placeholder stays; what the encoder wrote behind it is not a member.
-  const auto members = kztest::ReadMembers(rig_.ArchivePath());
+  const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_GE(members.size(), 1u);
-  EXPECT_EQ(members[0].Method, 0u);
-  EXPECT_EQ(members[0].PackedSize, 0u);
+  EXPECT_EQ(members[0].Header.Method, 0u);
+  EXPECT_EQ(members[0].Header.PackedSize, 0u);
 }
 
 // Every stream call of two members, failed in turn: each failure reaches

@@ -9,26 +9,6 @@ namespace kztest {
 
 namespace fs = std::filesystem;
 
-std::vector<WrittenMember> ReadMembers(const fs::path& path) {
-  KzLhaArchiver a;
-  std::vector<WrittenMember> members;
-  if (a.Init() < 0) return members;
-  const std::wstring wide = Wide(path.string());
-  if (!a.ArchiveStream.Open(wide.c_str(), GENERIC_READ, 3, OPEN_EXISTING, 0, 0)) return members;
-  a.NextHeaderPos = 0;
-  for (;;) {
-    LhaHeader record{};
-    wchar_t name[1024] = {};
-    record.Name = name;
-    if (a.ReadMemberHeader(record) != 0) break;
-    members.push_back({name, record.Method, record.PackedSize, record.OriginalSize, record.Crc,
-                       record.TimeStamp, record.Attributes, record.HeaderPos,
-                       record.HeaderLength});
-  }
-  a.ArchiveStream.Close();
-  return members;
-}
-
 bool LhasaExtract(const fs::path& archive, const fs::path& into, std::string* log) {
   fs::create_directories(into);
   const CommandResult r = Run({"lhasa", "xfqw=" + into.string(), archive.string()});

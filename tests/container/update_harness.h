@@ -10,25 +10,9 @@
 #include <vector>
 
 #include "archiver/lha_archiver.h"
-#include "support/test_support.h"
+#include "support/engine_harness.h"
 
 namespace kztest {
-
-// One member header as the engine's reader sees it.
-struct WrittenMember {
-  std::wstring Name;
-  uint32_t Method = 0;
-  uint64_t PackedSize = 0;
-  uint64_t OriginalSize = 0;
-  uint32_t Crc = 0;
-  uint32_t TimeStamp = 0;
-  uint32_t Attributes = 0;
-  uint64_t HeaderPos = 0;
-  uint32_t HeaderLength = 0;
-};
-
-// Every member header of the archive at `path`, in order.
-std::vector<WrittenMember> ReadMembers(const std::filesystem::path& path);
 
 // Extracts the archive with lhasa into `into`; false (with the output in
 // `log`) when lhasa reports a problem.

@@ -9,6 +9,7 @@
 
 #include "archiver/lha_archiver.h"
 #include "encode/encoder_rig.h"
+#include "support/engine_harness.h"
 
 namespace {
 
@@ -16,18 +17,7 @@ namespace fs = std::filesystem;
 using kztest::Bytes;
 using kztest::Method;
 
-class OwnedList {
- public:
-  OwnedList() : list_(KzList::Create(KZ_LIST_NAMES)) {}
-  ~OwnedList() { KzList::Free(list_); }
-  OwnedList(const OwnedList&) = delete;
-  OwnedList& operator=(const OwnedList&) = delete;
-  KzList* get() const { return list_; }
-  void Add(const std::wstring& text) { EXPECT_EQ(KzList::Add(list_, text.c_str(), 0), 0); }
-
- private:
-  KzList* list_;
-};
+using kztest::OwnedList;
 
 Bytes Concat(std::initializer_list<Bytes> parts) {
   Bytes out;
@@ -54,29 +44,6 @@ std::map<std::string, Bytes> Sources(uint32_t dict) {
   return s;
 }
 
-struct MemberInfo {
-  uint32_t Method;
-  uint64_t Packed, Original;
-};
-
-std::map<std::wstring, MemberInfo> ReadMembers(const fs::path& archive) {
-  KzLhaArchiver a;
-  std::map<std::wstring, MemberInfo> out;
-  EXPECT_GE(a.Init(), 0);
-  EXPECT_TRUE(a.ArchiveStream.Open(kztest::Wide(archive.string()).c_str(), GENERIC_READ, 3,
-                                   OPEN_EXISTING, 0, 0));
-  a.NextHeaderPos = 0;
-  for (;;) {
-    LhaHeader record{};
-    wchar_t name[1024] = {};
-    record.Name = name;
-    if (a.ReadMemberHeader(record) != 0) break;
-    out[name] = {record.Method, record.PackedSize, record.OriginalSize};
-  }
-  a.ArchiveStream.Close();
-  return out;
-}
-
 class RoundTripTest : public ::testing::TestWithParam<std::tuple<Method, uint32_t>> {};
 
 TEST_P(RoundTripTest, EngineAndLhasaReadBackEveryFile) {
@@ -99,29 +66,29 @@ TEST_P(RoundTripTest, EngineAndLhasaReadBackEveryFile) {
     ASSERT_EQ(a.CompressFiles(items.get(), base.c_str(), 0), 0);
   }
 
-  const auto members = ReadMembers(archive);
+  std::map<std::wstring, LhaHeader> members;
+  for (const auto& m : kztest::RawMembers(archive)) members[m.Name] = m.Header;
   ASSERT_EQ(members.size(), sources.size());
   for (const auto& [name, content] : sources) {
-    const MemberInfo& m = members.at(kztest::Wide(name));
-    EXPECT_EQ(m.Original, content.size()) << name;
+    const LhaHeader& m = members.at(kztest::Wide(name));
+    EXPECT_EQ(m.OriginalSize, content.size()) << name;
     const bool stored = m.Method == 0;
     if (level == 0 || content.empty()) {
       EXPECT_TRUE(stored) << name;
     } else if (name.rfind("text-", 0) == 0 || name.rfind("equal", 0) == 0) {
       EXPECT_EQ(m.Method, static_cast<uint32_t>(method)) << name;
-      EXPECT_LT(m.Packed, content.size()) << name;
+      EXPECT_LT(m.PackedSize, content.size()) << name;
     } else if (name == "random-70000") {
       EXPECT_TRUE(stored) << name;
     }
     if (stored) {
-      EXPECT_EQ(m.Packed, content.size()) << name;
+      EXPECT_EQ(m.PackedSize, content.size()) << name;
     }
   }
 
   {
     KzLhaArchiver a;
-    ASSERT_GE(a.Init(), 0);
-    ASSERT_GE(a.InitArchive(kztest::Wide(archive.string()).c_str(), 0, 0), 0);
+    ASSERT_GE(kztest::OpenArchive(a, archive), 0);
     OwnedList all;
     all.Add(L"*");
     const fs::path out = dir / "engine";
