@@ -34,15 +34,6 @@ std::map<std::string, Bytes> RegularFiles(const fs::path& root) {
   return out;
 }
 
-std::set<std::string> TreeEntries(const fs::path& root) {
-  std::set<std::string> out;
-  std::error_code ec;
-  for (auto it = fs::recursive_directory_iterator(root, ec); !ec && it != fs::end(it); it.increment(ec)) {
-    out.insert(fs::relative(it->path(), root).generic_string());
-  }
-  return out;
-}
-
 std::vector<Bytes> MemberRecords(const Bytes& a) {
   std::vector<Bytes> out;
   size_t pos = 0;
@@ -158,10 +149,6 @@ std::vector<std::string> Lines(const std::string& text) {
     start = end + 1;
   }
   return out;
-}
-
-void SetModTime(const fs::path& path, int64_t unixSeconds) {
-  kztest::SetModificationTime(path, unixSeconds);
 }
 
 }  // namespace kzclitest

@@ -24,8 +24,6 @@ std::vector<fs::path> SharedArchives();
 
 // Regular files below root (symbolic links not followed), by relative path.
 std::map<std::string, Bytes> RegularFiles(const fs::path& root);
-// Every entry below root (links included, not followed), by relative path.
-std::set<std::string> TreeEntries(const fs::path& root);
 
 // The member records (header and data) of a level-0/1 archive, in order.
 std::vector<Bytes> MemberRecords(const Bytes& archive);
@@ -39,8 +37,5 @@ struct JsonObject {
 };
 JsonObject ParseJsonLine(const std::string& line);
 std::vector<std::string> Lines(const std::string& text);
-
-// Sets a file's modification time to Unix seconds.
-void SetModTime(const fs::path& path, int64_t unixSeconds);
 
 }  // namespace kzclitest

@@ -116,30 +116,6 @@ bool LhasaIsNoOracle(const fs::path& p) {
 }
 bool LhasaListsFewer(const fs::path& p) { return p.filename() == "lh0_dirs_bug.lzh"; }
 
-// lhasa's listing ends with " Total  N file(s)"; compare the count and names.
-TEST_P(Corpus, ListShowsWhatLhasaShows) {
-  if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa not installed";
-  if (LhasaIsNoOracle(GetParam())) GTEST_SKIP() << "lhasa reads this archive differently";
-  auto ours = Kz({"l", GetParam().string()});
-  ASSERT_EQ(ours.ExitCode, 0) << ours.Err;
-  auto theirs = kztest::Run({"lhasa", "l", GetParam().string()});
-  std::smatch m;
-  ASSERT_TRUE(std::regex_search(theirs.Out, m, std::regex(R"( Total +(\d+) file)"))) << theirs.Out;
-  const std::string count = m[1];
-  ASSERT_NE(count, "0") << "lhasa read nothing";
-  if (!LhasaListsFewer(GetParam())) {
-    EXPECT_TRUE(std::regex_search(ours.Out, std::regex("Total .* " + count + " members?\n"))) << ours.Out;
-  }
-  // Every name lhasa lists (from column 51 on, after its rule of dashes)
-  // shows in ours, links as "name -> target" and directories with '/'.
-  for (const std::string& line : Lines(theirs.Out)) {
-    if (line.size() <= 51 || line[0] == '-' || line[0] == ' ') continue;
-    const std::string name = line.substr(51);
-    if (name.find('?') != std::string::npos) continue;  // lhasa's own escaping
-    EXPECT_TRUE(Contains(Lower(ours.Out), " " + Lower(name) + "\n")) << name << "\n" << ours.Out;
-  }
-}
-
 TEST_P(Corpus, ExtractMatchesLhasaByteForByte) {
   if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa not installed";
   const std::string dir = GetParam().parent_path().filename().string();

@@ -353,61 +353,6 @@ Extracted ExtractToCallback(const fs::path& archive) {
   return out;
 }
 
-HRESULT TestArchive(const fs::path& archive) {
-  KzLhaArchiver a;
-  EXPECT_GE(a.Init(), 0);
-  std::wstring path = kztest::Wide(archive.string());
-  EXPECT_EQ(a.InitArchive(path.c_str(), 0, 0), 0) << archive;
-  return a.TestArchive(nullptr, 0);
-}
-
-std::vector<fs::path> SharedArchives() {
-  std::vector<fs::path> all;
-  for (const auto& e : fs::recursive_directory_iterator(kztest::SharedArchive("")))
-    if (e.is_regular_file() && e.path().filename() != "README.md") all.push_back(e.path());
-  std::sort(all.begin(), all.end());
-  return all;
-}
-
-TEST(ExtractDriverReal, EverySharedArchiveTestsCleanButTheTruncatedOne) {
-  size_t tested = 0;
-  for (const fs::path& archive : SharedArchives()) {
-    HRESULT hr = TestArchive(archive);
-    if (archive.filename() == "truncated.lzh") {
-      EXPECT_LT(hr, 0) << archive;
-    } else {
-      EXPECT_GE(hr, 0) << archive << " " << std::hex << hr;
-      ++tested;
-    }
-  }
-  EXPECT_GE(tested, 50u);
-}
-
-TEST(ExtractDriverReal, TruncatedArchiveFailsNamingTheMemberOrArchive) {
-  Extracted got = ExtractToCallback(kztest::SharedArchive("regression/truncated.lzh"));
-  EXPECT_LT(got.Status, 0);
-  EXPECT_FALSE(got.ErrorName.empty()) << std::hex << got.Status;
-}
-
-// Decoded bytes agree with an independent decoder's for every member whose
-// method has one (lhasa prints members to stdout).
-TEST(ExtractDriverReal, DecodedBytesMatchLhasa) {
-  if (!kztest::HaveTool("lhasa")) GTEST_SKIP() << "lhasa not installed";
-  for (const char* rel : {"lengths/lh1-64k.lzh", "lengths/lh1-2m.lzh", "lharc113/long.lzh", "lharc113/lh1.lzh",
-                          "lha_amiga_122/lh1.lzh", "lha_amiga_122/lh4_long.lzh", "lha213/lh5_long.lzh",
-                          "lha_unix114i/lh6_long.lzh", "lha_unix114i/lh7_long.lzh"}) {
-    fs::path archive = kztest::SharedArchive(rel);
-    Extracted got = ExtractToCallback(archive);
-    EXPECT_GE(got.Status, 0) << rel;
-    ASSERT_FALSE(got.Data.empty()) << rel;
-    kztest::CommandResult lhasa = kztest::Run({"lhasa", "pq", archive.string()});
-    ASSERT_EQ(lhasa.ExitCode, 0) << rel;
-    Bytes all;
-    for (const auto& [name, bytes] : got.Data) all.insert(all.end(), bytes.begin(), bytes.end());
-    EXPECT_EQ(all, kztest::ToBytes(lhasa.Out)) << rel;
-  }
-}
-
 // ---- round trips with jlha --------------------------------------------------------------
 
 struct JlhaCase {
