@@ -447,6 +447,9 @@ TEST_P(ExtensionLimits, RefuseWhatWouldNotFitBeforeReadingIt) {
 INSTANTIATE_TEST_SUITE_P(
     Limits, ExtensionLimits,
     ::testing::Values(
+        // Size 0 is the end of the chain: what follows is data (level 1) or
+        // padding (level 2), never a header.
+        RefusedCase{"l1 size 0", 1, 0x41, 0, 0, false}, RefusedCase{"l2 size 0", 2, 0x41, 0, 0, false},
         RefusedCase{"l1 size 1", 1, 0x41, 0, 1, true}, RefusedCase{"l1 size 2", 1, 0x41, 0, 2, true},
         RefusedCase{"l2 size 1", 2, 0x41, 0, 1, true}, RefusedCase{"l2 size 2", 2, 0x41, 0, 2, true},
         RefusedCase{"l2 size 3", 2, 0x41, 0, std::nullopt, false},
