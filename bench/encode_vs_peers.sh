@@ -12,7 +12,7 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")/.." && pwd)
-kzlha=${1:-$here/build/bench/kzlha}
+kzlha=$(realpath -m "${1:-$here/build/bench/kzlha}")
 corpus=${2:-/tmp/kz-corpus}
 levels=${LEVELS:-3}
 methods=${METHODS:-5 6 7}
@@ -22,7 +22,7 @@ for tool in hyperfine jlha libdeflate-gzip; do
   command -v "$tool" > /dev/null || { echo "missing: $tool" >&2; exit 2; }
 done
 
-if [ ! -x "$kzlha" ]; then
+if [ -z "${1:-}" ]; then  # the default program is brought up to date first
   cmake -S "$here" -B "$here/build/bench" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKZ_BUILD_TESTS=OFF > /dev/null
   cmake --build "$here/build/bench" --target kzlha KzLha73 > /dev/null
 fi
@@ -36,14 +36,14 @@ cd "$corpus"
 files=$(ls | tr "\n" " ")
 total=$(cat $files | wc -c)
 
-mean() {  # mean seconds from a hyperfine JSON export
-  python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["results"][0]["mean"])' "$1"
+times() {  # wall and CPU (user + system) mean seconds from a hyperfine JSON export
+  python3 -c 'import json,sys; r=json.load(open(sys.argv[1]))["results"][0]; print(r["mean"], r["user"] + r["system"])' "$1"
 }
-timed() {  # NAME COMMAND...: mean seconds over $runs runs; outputs go to $work/out-NAME*
+timed() {  # NAME COMMAND...: "wall cpu" mean seconds over $runs runs; outputs go to $work/out-NAME*
   local name=$1; shift
   hyperfine --style none --warmup 1 --runs "$runs" --prepare "rm -f $work/out-$name*" \
     --export-json "$work/$name.json" "$*" > /dev/null
-  mean "$work/$name.json"
+  times "$work/$name.json"
 }
 peak_kib() {  # COMMAND...: peak resident set in KiB
   if [ -x /usr/bin/time ]; then
@@ -54,24 +54,26 @@ peak_kib() {  # COMMAND...: peak resident set in KiB
 }
 
 echo "corpus: $corpus ($total bytes in $(echo $files | wc -w) files), $runs runs each"
-gzip_s=$(timed gzip "libdeflate-gzip -6 -c $files > $work/out-gzip.gz")
+echo "CPU = user + system; kzlha's wall time includes syncing the finished archive to disk"
+read -r gzip_wall gzip_cpu < <(timed gzip "libdeflate-gzip -6 -c $files > $work/out-gzip.gz")
 gzip_kib=$(peak_kib sh -c "libdeflate-gzip -6 -c $files > $work/out-gzip.gz")
-printf '%-22s %12s %9s %9s %11s %9s\n' "compressor" "bytes" "seconds" "vs gzip" "vs jlha" "peak KiB"
-printf '%-22s %12s %9.3f %9s %11s %9s\n' "libdeflate-gzip -6" "$(stat -c %s $work/out-gzip.gz)" "$gzip_s" "1.00" "" "$gzip_kib"
+ratio() { echo "$1 / $2" | bc -l; }
+row='%-22s %12s %8.3f %8.3f %8.2fx %3s %8s %9s\n'
+printf '%-22s %12s %8s %8s %9s %3s %8s %9s\n' "compressor" "bytes" "wall s" "CPU s" "CPU/gzip" "" "CPU/jlha" "peak KiB"
+printf "$row" "libdeflate-gzip -6" "$(stat -c %s $work/out-gzip.gz)" "$gzip_wall" "$gzip_cpu" 1 "" "" "$gzip_kib"
 
 for m in $methods; do
-  jlha_s=$(timed jlha$m "jlha a1o${m}q $work/out-jlha$m.lzh $files")
+  read -r jlha_wall jlha_cpu < <(timed jlha$m "jlha a1o${m}q $work/out-jlha$m.lzh $files")
   jlha_bytes=$(stat -c %s "$work/out-jlha$m.lzh")
   jlha_kib=$(peak_kib jlha a1o${m}q "$work/mem-jlha$m.lzh" $files)
-  printf '%-22s %12s %9.3f %9.2f %11s %9s\n' "jlha a1o$m" "$jlha_bytes" "$jlha_s" \
-    "$(echo "$jlha_s / $gzip_s" | bc -l)" "" "$jlha_kib"
+  printf "$row" "jlha a1o$m" "$jlha_bytes" "$jlha_wall" "$jlha_cpu" "$(ratio "$jlha_cpu" "$gzip_cpu")" "" "" "$jlha_kib"
   for level in $levels; do
     name=kz$m$level
-    kz_s=$(timed $name "$kzlha cqo${m}l${level} $work/out-$name.lzh $files")
+    read -r kz_wall kz_cpu < <(timed $name "$kzlha cqo${m}l${level} $work/out-$name.lzh $files")
     kz_bytes=$(stat -c %s "$work/out-$name.lzh")
     kz_kib=$(peak_kib "$kzlha" cqo${m}l${level} "$work/mem-$name.lzh" $files)
     verdict=$([ "$kz_bytes" -le "$jlha_bytes" ] && echo "<=" || echo ">")
-    printf '%-22s %12s %9.3f %9.2f %4s %6.3fx %9s\n' "kzlha -lh$m- level $level" "$kz_bytes" \
-      "$kz_s" "$(echo "$kz_s / $gzip_s" | bc -l)" "$verdict" "$(echo "$kz_s / $jlha_s" | bc -l)" "$kz_kib"
+    printf "$row" "kzlha -lh$m- level $level" "$kz_bytes" "$kz_wall" "$kz_cpu" \
+      "$(ratio "$kz_cpu" "$gzip_cpu")" "$verdict" "$(printf '%.3fx' "$(ratio "$kz_cpu" "$jlha_cpu")")" "$kz_kib"
   done
 done
