@@ -38,6 +38,7 @@ for name in "${programs[@]}"; do
   start=$(date +%s)
   (cd "$build/tests" && valgrind --tool=memcheck --error-exitcode=99 --leak-check=full \
     --errors-for-leak-kinds=definite --show-leak-kinds=definite --num-callers=30 \
+    --suppressions="$root/scripts/valgrind.supp" \
     --trace-children=yes --trace-children-skip="$skip" --child-silent-after-fork=yes \
     --log-file="$log" "$prog" --gtest_brief=1) >"$logs/$name.out" 2>&1
   status=$?
