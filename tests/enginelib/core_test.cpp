@@ -139,30 +139,6 @@ TEST(PathStringTest, GrowsPastItsInlineRoomAndAppendsComponents) {
   EXPECT_STREQ(p.c_str(), L"a");
 }
 
-TEST(NamesTest, CodePage932ConvertsBothWaysAndKeepsUndecodableBytes) {
-  kz::NameConverter conv;
-  ASSERT_TRUE(conv.SetCodePage(932));
-  wchar_t wide[64];
-  // "日本" in Shift_JIS, then ASCII, with a backslash kept as a separator.
-  const char sjis[] = "\x93\xfa\x96\x7b\\a.txt";
-  ASSERT_EQ(conv.ToWide(sjis, wide, 63), 8);
-  EXPECT_EQ(std::wstring(wide), std::wstring(L"\u65E5\u672C\\a.txt"));
-  char back[64];
-  ASSERT_EQ(conv.FromWide(wide, back, sizeof back), 10);
-  EXPECT_STREQ(back, sjis);
-  // A lead byte with no valid trail byte, and a lone high byte.
-  const char bad[] = "a\x81\x20z\xff";
-  conv.ToWide(bad, wide, 63);
-  EXPECT_EQ(std::wstring(wide), std::wstring(L"a\xDC81 z\xDCFF"));
-  conv.FromWide(wide, back, sizeof back);
-  EXPECT_STREQ(back, bad);  // the raw bytes come back as they were
-  // Capacity is respected, with a terminator behind it.
-  EXPECT_EQ(conv.ToWide("abcdef", wide, 3), 3);
-  EXPECT_STREQ(wide, L"abc");
-  EXPECT_FALSE(conv.SetCodePage(12345));
-  EXPECT_EQ(conv.CodePage(), 932u);
-}
-
 TEST(NamesTest, NormalizeNameLeavesNoControlCharacters) {
   Archiver a;
   wchar_t name[64] = L"dir/\x1b]2;evil\x07\x9b\x202Etxt.exe";
