@@ -37,19 +37,6 @@ class CompressDriverTest : public ::testing::Test {
   UpdateRig rig_;
 };
 
-TEST_F(CompressDriverTest, EmptySourceIsAHeaderOnlyStoredMember) {
-  const auto src = rig_.Source("empty.txt", {});
-  EXPECT_EQ(rig_.Compress("empty.txt", src), 0);
-  rig_.FinishOutput();
-  EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 27u + 9u + 1u);
-  const auto members = kztest::RawMembers(rig_.ArchivePath());
-  ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Header.Method, 0u);
-  EXPECT_EQ(members[0].Header.PackedSize, 0u);
-  EXPECT_EQ(members[0].Header.OriginalSize, 0u);
-  EXPECT_EQ(members[0].Header.Crc, 0u);
-}
-
 TEST_F(CompressDriverTest, LevelZeroStoresAndReportsProgress) {
   const Bytes text = kztest::TextBytes(150000, 1);
   const auto src = rig_.Source("t.txt", text);
@@ -68,23 +55,6 @@ TEST_F(CompressDriverTest, LevelZeroStoresAndReportsProgress) {
   ExpectLhasaReproduces({{"t.txt", text}});
 }
 
-// The abandoned encoding leaves no trace: the stored data is cut exactly
-// at its end, whatever the encoder had written beyond it.
-TEST_F(CompressDriverTest, OutgrownEncodingFallsBackToStored) {
-  const Bytes noise = kztest::RandomBytes(100000, 4);
-  const auto src = rig_.Source("noise.bin", noise);
-  EXPECT_EQ(rig_.Compress("noise.bin", src), 0);
-  rig_.FinishOutput();
-  EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 27u + 9u + noise.size() + 1u);
-  const auto members = kztest::RawMembers(rig_.ArchivePath());
-  ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Header.Method, 0u);
-  EXPECT_EQ(members[0].Header.PackedSize, noise.size());
-  EXPECT_EQ(members[0].Header.Crc, Crc(noise));
-  const Bytes archive = kztest::ReadFile(rig_.ArchivePath());
-  EXPECT_EQ(Bytes(archive.begin() + 36, archive.end() - 1), noise);
-}
-
 TEST_F(CompressDriverTest, PackedExactlyAsLongAsTheSourceStaysPacked) {
   const Bytes ten(10, 'a');
   const auto src = rig_.Source("a10", ten);
@@ -100,31 +70,6 @@ TEST_F(CompressDriverTest, PackedExactlyAsLongAsTheSourceStaysPacked) {
   EXPECT_EQ(members[1].Header.PackedSize, 1u);
 }
 
-struct DictionaryCase {
-  uint32_t DictionaryKiB;
-  uint32_t Method;
-};
-
-class DictionaryTest : public CompressDriverTest,
-                       public ::testing::WithParamInterface<DictionaryCase> {};
-
-TEST_P(DictionaryTest, DictionarySizeChoosesTheMethod) {
-  const Bytes text = kztest::TextBytes(90000, 2);
-  const auto src = rig_.Source("t.txt", text);
-  rig_.A().DictionarySize = GetParam().DictionaryKiB;
-  EXPECT_EQ(rig_.Compress("t.txt", src), 0);
-  ExpectLhasaReproduces({{"t.txt", text}});
-  const auto members = kztest::RawMembers(rig_.ArchivePath());
-  ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Header.Method, GetParam().Method);
-  EXPECT_LT(members[0].Header.PackedSize, text.size() / 2);
-}
-
-INSTANTIATE_TEST_SUITE_P(Sizes, DictionaryTest,
-                         ::testing::Values(DictionaryCase{8, 5}, DictionaryCase{32, 6},
-                                           DictionaryCase{64, 7}, DictionaryCase{16, 5},
-                                           DictionaryCase{0, 5}));
-
 TEST_F(CompressDriverTest, HeaderCarriesTheSourceTimeAndTheCallersAttributes) {
   const auto src = rig_.Source("dated.txt", kztest::TextBytes(5000, 3));
   FileStream probe;
@@ -138,28 +83,6 @@ TEST_F(CompressDriverTest, HeaderCarriesTheSourceTimeAndTheCallersAttributes) {
   ASSERT_EQ(members.size(), 1u);
   EXPECT_EQ(members[0].Header.TimeStamp, (uint32_t{date} << 16) | time);
   EXPECT_EQ(members[0].Header.Attributes, 0x21u);
-}
-
-// After each member the output stands at its end: members follow directly.
-TEST_F(CompressDriverTest, MembersFollowOneAnother) {
-  std::vector<std::pair<std::string, Bytes>> files = {
-      {"a.txt", kztest::TextBytes(40000, 5)},
-      {"b.bin", kztest::RandomBytes(3000, 6)},
-      {"c.txt", {}},
-      {"d.txt", kztest::TextBytes(70000, 7)}};
-  for (const auto& [name, content] : files) {
-    EXPECT_EQ(rig_.Compress(name, rig_.Source(name, content)), 0) << name;
-  }
-  ExpectLhasaReproduces(files);
-  const auto members = kztest::RawMembers(rig_.ArchivePath());
-  ASSERT_EQ(members.size(), files.size());
-  uint64_t expectPos = 0;
-  for (size_t i = 0; i < members.size(); ++i) {
-    EXPECT_EQ(members[i].Header.HeaderPos, expectPos) << i;
-    EXPECT_EQ(members[i].Header.Crc, Crc(files[i].second)) << i;
-    expectPos += members[i].Header.HeaderLength + members[i].Header.PackedSize;
-  }
-  EXPECT_EQ(expectPos + 1, fs::file_size(rig_.ArchivePath()));
 }
 
 TEST_F(CompressDriverTest, UnopenableSourceWritesNothing) {
