@@ -73,7 +73,7 @@ TEST(Crc16, RunningCrcOverPiecesEqualsOneRun) {
     pieces = kz::UpdateCrc16(pieces, data.data() + at, static_cast<int32_t>(n));
   }
   EXPECT_EQ(pieces, whole);
-  EXPECT_EQ(whole, kztest::DecodeHarness::Crc16(data));
+  EXPECT_EQ(whole, kztest::Crc16(data));
 }
 
 }  // namespace

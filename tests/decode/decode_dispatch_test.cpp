@@ -57,7 +57,7 @@ TEST(DecodeMember, StoredCopyIgnoresThePackedSize) {
 TEST(DecodeMember, CrcMismatchIsNamedAfterTheMemberWithEveryByteWritten) {
   Bytes data = kztest::TextBytes(3000, 1);
   DecodeHarness h;
-  uint16_t wrong = static_cast<uint16_t>(DecodeHarness::Crc16(data) ^ 0x0100);
+  uint16_t wrong = static_cast<uint16_t>(kztest::Crc16(data) ^ 0x0100);
   EXPECT_EQ(h.Decode({.Method = 0, .Packed = data, .OriginalSize = 3000, .Crc = wrong}), kz::E_Crc);
   EXPECT_EQ(static_cast<uint32_t>(kz::E_Crc), 0x80070017u);
   EXPECT_EQ(h.Archiver().Status, kz::E_Crc);
@@ -69,7 +69,7 @@ TEST(DecodeMember, HeaderCrcIsComparedWidenedTo32Bits) {
   // The record's CRC field is 32 bits: bits above the CRC-16 are a mismatch.
   Bytes data = kztest::TextBytes(100, 1);
   DecodeHarness h;
-  uint32_t crc = DecodeHarness::Crc16(data);
+  uint32_t crc = kztest::Crc16(data);
   EXPECT_EQ(h.Decode({.Method = 0, .Packed = data, .OriginalSize = 100, .Crc = crc}), 0);
   EXPECT_EQ(h.Decode({.Method = 0, .Packed = data, .OriginalSize = 100, .Crc = crc | 0x10000}), kz::E_Crc);
 }

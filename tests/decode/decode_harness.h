@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "archiver/lha_archiver.h"
-#include "support/test_support.h"
+#include "support/engine_harness.h"
 
 namespace kztest {
 
@@ -49,12 +49,7 @@ class DecodeHarness {
     return all;
   }
   // The archive's name as the stream reports it (backslashed).
-  std::wstring ArchiveName() const {
-    std::wstring name = Wide((dir_ / "member.lzh").string());
-    for (auto& c : name)
-      if (c == L'/') c = L'\\';
-    return name;
-  }
+  std::wstring ArchiveName() const { return EnginePath(dir_ / "member.lzh"); }
   // The data callback fails (stopping the decoder) from this block on.
   void FailDataAtBlock(size_t index) { failAt_ = index; }
 
@@ -81,15 +76,6 @@ class DecodeHarness {
     HRESULT hr = archiver_.DecodeMember(header_);
     archiver_.ArchiveStream.Close();
     return hr;
-  }
-
-  static uint16_t Crc16(const Bytes& data) {
-    uint16_t crc = 0;
-    for (uint8_t b : data) {
-      crc ^= b;
-      for (int i = 0; i < 8; ++i) crc = (crc & 1) ? (crc >> 1) ^ 0xA001 : crc >> 1;
-    }
-    return crc;
   }
 
  private:
