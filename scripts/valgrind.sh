@@ -26,7 +26,11 @@ if ((${#programs[@]} == 0)); then
 fi
 logs="$build/memcheck"
 mkdir -p "$logs"
-# Children are traced so that kzlha runs under memcheck; anything else a
+# The modules carry their own C++ runtime, whose operator new memcheck does
+# not replace: a test that frees what a module allocated looks like a
+# mismatched free, so those are not shown (the ASan build, with one shared
+# runtime, still checks new/delete pairs). Children are traced so that kzlha
+# runs under memcheck; anything else a
 # test starts is skipped (its own errors are not ours to count).
 skip='/bin/*,/usr/bin/*,/usr/sbin/*,*lhasa,*/lha,*jlha,*7zz,*bsdtar,*sh'
 failed=0
@@ -38,7 +42,7 @@ for name in "${programs[@]}"; do
   start=$(date +%s)
   (cd "$build/tests" && valgrind --tool=memcheck --error-exitcode=99 --leak-check=full \
     --errors-for-leak-kinds=definite --show-leak-kinds=definite --num-callers=30 \
-    --suppressions="$root/scripts/valgrind.supp" \
+    --suppressions="$root/scripts/valgrind.supp" --show-mismatched-frees=no \
     --trace-children=yes --trace-children-skip="$skip" --child-silent-after-fork=yes \
     --log-file="$log" "$prog" --gtest_brief=1) >"$logs/$name.out" 2>&1
   status=$?
