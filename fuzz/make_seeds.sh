@@ -110,7 +110,7 @@ sources += [os.path.join(shared, f) for f in ("lha_amiga_122/lh1.lzh", "lha_amig
 for path in sources:
     b = open(path, "rb").read()
     for i, (pos, head, method, packed, original, level) in enumerate(members(b)):
-        if method not in codes or original > 0xFFFFF or packed > 8192 or original == 0:
+        if method not in codes or original > 0x3FFFF or packed > 8192 or original == 0:
             continue
         data = b[pos + head:pos + head + packed]
         prefix = bytes([codes[method], original & 0xFF, original >> 8 & 0xFF, original >> 16, 0, i & 1])

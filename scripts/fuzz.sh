@@ -5,6 +5,7 @@
 # timeouts to build/fuzz/artifacts/. Ends with one table: executions, final
 # coverage (cov: and ft: of the DONE line), corpus size and findings per
 # target. Exit status 1 if any target found something.
+# KZ_FUZZ_TARGETS="fuzz_decode fuzz_list" runs only the targets named.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-600}
@@ -19,6 +20,7 @@ failed=0
 for bin in "$root"/build/fuzz/fuzz/fuzz_*; do
   [[ -x "$bin" && -f "$bin" ]] || continue
   name=$(basename "$bin")
+  [[ -z "${KZ_FUZZ_TARGETS:-}" || " $KZ_FUZZ_TARGETS " == *" $name "* ]] || continue
   corpus="$root/build/fuzz/corpus-$name"
   mkdir -p "$corpus"
   seeds=("$root/fuzz/seeds/$name")
