@@ -42,6 +42,10 @@ class KZLIB_API FileStream {
   BOOL Flush();
   // Sets the file's modification time (Unix seconds).
   BOOL SetModTime(int64_t unixTime);
+  // For a file that is forced to disk once complete: written data starts
+  // on its way to the disk every few MiB, so that the final flush waits
+  // for little more than the last of it. Stays set across Create and Close.
+  void SetWriteBehind(bool on) { writeBehind_ = on; }
 
  private:
 #ifdef _WIN32
@@ -49,7 +53,9 @@ class KZLIB_API FileStream {
 #else
   BOOL ReadLoop(int64_t offset, void* buffer, uint32_t length, uint32_t* countRead);
   int fd_;
+  uint32_t unsent_ = 0;  // bytes written since writeback was last started
 #endif
+  bool writeBehind_ = false;
   PathString name_;
 };
 

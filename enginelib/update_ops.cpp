@@ -181,6 +181,7 @@ HRESULT CreateTempArchive(KzArchiver& a) {
     if (a.OutputStream.Create(temp.c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_NEW,
                               FILE_ATTRIBUTE_ARCHIVE, 0)) {
       impl.ArchiveTempPath = temp;
+      a.OutputStream.SetWriteBehind(true);  // it is synced before the rename
       return 0;
     }
     if (GetLastError() != ERROR_FILE_EXISTS) break;
@@ -193,6 +194,7 @@ HRESULT CreateTempArchive(KzArchiver& a) {
 void DiscardTempArchive(KzArchiver& a) {
   auto& impl = KzArchiverAccess::ImplOf(a);
   a.OutputStream.Close();
+  a.OutputStream.SetWriteBehind(false);
   if (impl.ArchiveTempPath.empty()) return;
   if (!RemoveTemporary(impl.ArchiveTempPath.c_str())) {
     a.LogMessage(KZ_LOG_WARNING, kz::HresultFromWin32(GetLastError()),
@@ -210,6 +212,7 @@ HRESULT CommitTempArchive(KzArchiver& a, uint32_t permissions) {
   auto& impl = KzArchiverAccess::ImplOf(a);
   const wchar_t* archive = a.ArchivePath.c_str();
   a.OutputStream.Close();
+  a.OutputStream.SetWriteBehind(false);
   const wchar_t* temp = impl.ArchiveTempPath.c_str();
   if (!kz::fs::SyncFile(temp) || !kz::fs::SetPermissions(temp, permissions) ||
       !kz::fs::ReplaceFile(temp, archive)) {
@@ -389,7 +392,9 @@ HRESULT CreateNew(KzArchiver& a, WorkList& work) {
     a.LogMessage(KZ_LOG_WARNING, 0, L"nothing to add; no archive created", a.ArchivePath.c_str());
     return a.Status;
   }
+  a.OutputStream.SetWriteBehind(true);  // synced once complete
   if (a.AllocEncodeBuffers() >= 0) a.CreateArchive(work.List());
+  a.OutputStream.SetWriteBehind(false);
   a.FreeEncodeBuffers();
   if (a.Status < 0) return a.Status;
   a.NewArchive = 0;

@@ -14,6 +14,10 @@
 #include "enginelib/names.h"
 
 namespace {
+constexpr uint32_t kWriteBehindBytes = 8u << 20;
+}  // namespace
+
+namespace {
 
 BOOL Fail() {
   SetLastError(kz::platform::Win32ErrorFromErrno(errno));
@@ -129,6 +133,12 @@ BOOL FileStream::Write(const void* buffer, uint32_t length, uint32_t* countWritt
     done += static_cast<uint32_t>(n);
   }
   if (countWritten) *countWritten = done;
+  if (writeBehind_ && (unsent_ += done) >= kWriteBehindBytes) {
+    // Starts writeback of the dirty pages and returns; a failure here only
+    // leaves the work to the final flush.
+    ::sync_file_range(fd_, 0, 0, SYNC_FILE_RANGE_WRITE);
+    unsent_ = 0;
+  }
   return 1;
 }
 
