@@ -10,11 +10,15 @@ set(KZ_WINE_ENV "WINEDEBUG=-all")
 #   it finds is the same code on both systems, behind kz::fs;
 # - they expect the Linux stand-in's answer for "\\?\UNC\..." and relative
 #   paths, where Windows asks the system (tests/windows holds the engine to
-#   whatever the system answers).
+#   whatever the system answers);
+# - the 1023-character case reads the extracted tree back through
+#   std::filesystem, which does not reach a path that long under Wine
+#   without the long-path prefix (the engine writes it with the prefix).
 set(KZ_WINDOWS_LEFT_OUT
   FsTest.QueryEntryReportsLinksAndQueryTargetFollowsThem
   FsTest.ReplaceFileReplacesALinkAndNeverWritesThroughIt
-  FsTest.ListingIsSortedTypedAndRefusesALinkedDirectory
+  FsTest.ListingTypesLinksAndRefusesALinkedDirectory
+  BadInput.NamesOf1023CharactersFailOrAreCutCleanly
   FsTest.ResolveLinksFollowsEveryLink
   ExtractTest.NothingIsWrittenThroughALinkInTheDestination
   Archives/RegressionTest.NothingLeavesTheDestination/3
