@@ -17,26 +17,15 @@
 #include <string>
 
 #include "archiver/lha_archiver.h"
+#include "fuzz/fuzz_input.h"
 
 namespace {
 
 constexpr size_t kHead = 6;
 
-const std::string& InputPath() {
-  static const std::string path = [] {
-    std::string p = "/tmp/kz_fuzz_decode_" + std::to_string(getpid()) + ".bin";
-    std::atexit([] { std::remove(InputPath().c_str()); });
-    return p;
-  }();
-  return path;
-}
+const std::string& InputPath() { return kzfuzz::InputPath("kz_fuzz_decode", ".bin"); }
 
-bool WriteInput(const uint8_t* data, size_t size) {
-  FILE* f = std::fopen(InputPath().c_str(), "wb");
-  if (f == nullptr) return false;
-  const bool ok = std::fwrite(data, 1, size, f) == size;
-  return std::fclose(f) == 0 && ok;
-}
+bool WriteInput(const uint8_t* data, size_t size) { return kzfuzz::WriteInput(InputPath(), data, size); }
 
 struct Counter {
   uint64_t Bytes = 0;

@@ -8,25 +8,14 @@
 #include <string>
 
 #include "archiver/lha_archiver.h"
+#include "fuzz/fuzz_input.h"
 
 namespace {
 
 // One file per fuzzing process, rewritten for every input.
-const std::string& InputPath() {
-  static const std::string path = [] {
-    std::string p = "/tmp/kz_fuzz_list_" + std::to_string(getpid()) + ".lzh";
-    std::atexit([] { std::remove(InputPath().c_str()); });
-    return p;
-  }();
-  return path;
-}
+const std::string& InputPath() { return kzfuzz::InputPath("kz_fuzz_list", ".lzh"); }
 
-bool WriteInput(const uint8_t* data, size_t size) {
-  FILE* f = std::fopen(InputPath().c_str(), "wb");
-  if (f == nullptr) return false;
-  const bool ok = std::fwrite(data, 1, size, f) == size;
-  return std::fclose(f) == 0 && ok;
-}
+bool WriteInput(const uint8_t* data, size_t size) { return kzfuzz::WriteInput(InputPath(), data, size); }
 
 }  // namespace
 
