@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <iostream>
 
 #include "cli/console.h"
 

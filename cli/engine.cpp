@@ -1,6 +1,7 @@
 #include "cli/engine.h"
 
 #include <cstdlib>
+#include <string_view>
 
 namespace kzcli {
 
@@ -53,8 +54,13 @@ std::vector<std::string> ModuleCandidates(const std::string& explicitPath,
   std::vector<std::string> found;
   const std::string file = EngineModuleFileName();
   if (!executableDir.empty()) {
-    for (const std::string& candidate :
-         {executableDir + "/" + file, executableDir + "/../lib/" + file}) {
+    std::vector<std::string> places{executableDir + "/" + file, executableDir + "/../lib/" + file};
+#ifdef KZ_INSTALL_LIBDIR
+    // An installed program finds its engine in the install's library
+    // directory, whatever its name (lib64, lib/x86_64-linux-gnu).
+    if (std::string_view(KZ_INSTALL_LIBDIR) != "lib") places.push_back(executableDir + "/../" KZ_INSTALL_LIBDIR "/" + file);
+#endif
+    for (const std::string& candidate : places) {
       if (IsRegularFile(candidate)) found.push_back(candidate);
     }
   }
@@ -67,7 +73,7 @@ bool LoadEngine(const std::string& explicitPath, Engine* engine, std::string* fa
   std::vector<std::string> candidates =
       ModuleCandidates(explicitPath, ExecutableDirectory(), std::getenv("KZLHA_MODULE"));
   // Last resort: the bare name, which the loader looks up along the
-  // program's run path (an installed lib directory of any name).
+  // system's library path.
   const bool searched = candidates.empty();
   if (searched) candidates.push_back(EngineModuleFileName());
   // The first candidate that exists decides; falling back past a broken

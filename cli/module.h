@@ -20,8 +20,9 @@ class DynamicModule {
   void* Find(const char* name) const;
 
  private:
-  explicit DynamicModule(void* handle) : handle_(handle) {}
+  DynamicModule(void* handle, void* base) : handle_(handle), base_(base) {}
   void* handle_;
+  void* base_;  // a library the platform loaded ahead of the module, or null
 };
 
 // The module's file name on this platform ("libKzLha73.so").

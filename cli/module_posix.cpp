@@ -10,18 +10,36 @@
 
 namespace kzcli {
 
+namespace {
+constexpr const char* kBaseLibraryFileName = "libKzLib73.so";
+}  // namespace
+
 std::unique_ptr<DynamicModule> DynamicModule::Open(const std::string& path, std::string* error) {
+  // The base library beside the engine, loaded first: the engine then finds
+  // it by name among the loaded objects, where its own run path would first
+  // probe eleven hardware-capability directories (a tenth of a short run).
+  // Without it there, the engine's run path decides as before.
+  void* base = nullptr;
+  const size_t slash = path.rfind('/');
+  if (slash != std::string::npos) {
+    const std::string beside = path.substr(0, slash + 1) + kBaseLibraryFileName;
+    if (IsRegularFile(beside)) base = dlopen(beside.c_str(), RTLD_NOW | RTLD_LOCAL);
+  }
   // RTLD_LOCAL: the engine's symbols must not leak into anything else we load.
   void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) {
     const char* why = dlerror();
     if (error != nullptr) *error = why != nullptr ? why : "cannot load";
+    if (base != nullptr) dlclose(base);
     return nullptr;
   }
-  return std::unique_ptr<DynamicModule>(new DynamicModule(handle));
+  return std::unique_ptr<DynamicModule>(new DynamicModule(handle, base));
 }
 
-DynamicModule::~DynamicModule() { dlclose(handle_); }
+DynamicModule::~DynamicModule() {
+  dlclose(handle_);
+  if (base_ != nullptr) dlclose(base_);
+}
 
 void* DynamicModule::Find(const char* name) const { return dlsym(handle_, name); }
 

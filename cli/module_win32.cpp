@@ -50,7 +50,7 @@ std::unique_ptr<DynamicModule> DynamicModule::Open(const std::string& path, std:
     if (error != nullptr) *error = SystemMessage(code);
     return nullptr;
   }
-  return std::unique_ptr<DynamicModule>(new DynamicModule(handle));
+  return std::unique_ptr<DynamicModule>(new DynamicModule(handle, nullptr));
 }
 
 DynamicModule::~DynamicModule() { FreeLibrary(static_cast<HMODULE>(handle_)); }
