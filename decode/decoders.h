@@ -154,7 +154,9 @@ class KzLha1Decoder final : public KzDecompressor {
   void InitTree();
   uint32_t DecodeSymbol(Lh1BitInput& in);
   uint32_t DecodeOffset(Lh1BitInput& in);
-  void UpdateTree(uint32_t symbol);
+  void UpdateTree(const uint16_t* path, uint32_t depth);
+  void IncrementFrom(uint32_t c);
+  uint32_t Exchange(uint32_t c, uint32_t k);
   void RebuildTree();
   void FlushBlock(uint32_t start, uint32_t count);
   void CopyMatch(uint32_t pos, uint32_t distance, uint32_t length);

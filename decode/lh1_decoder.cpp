@@ -151,38 +151,68 @@ void KzLha1Decoder::RebuildTree() {
   }
 }
 
-void KzLha1Decoder::UpdateTree(uint32_t symbol) {
-  if (NodeFreq[R] == MAX_FREQ) RebuildTree();
-  uint32_t c = static_cast<uint32_t>(NodeParent[symbol + T]);
+// Adds one to the count of `c` and of every node above it. Moving a node
+// keeps the counts in non-decreasing order of node index: it trades places
+// with the last node whose count is below its new one.
+void KzLha1Decoder::IncrementFrom(uint32_t c) {
   do {
     uint32_t k = ++NodeFreq[c];
-    if (k > NodeFreq[c + 1]) {
-      // Exchange with the last node whose count is below k, keeping the
-      // counts in non-decreasing order of node index.
-      uint32_t l = c + 1;
-      while (k > NodeFreq[l + 1]) ++l;
-      NodeFreq[c] = NodeFreq[l];
-      NodeFreq[l] = k;
-      int32_t i = NodeChild[c];
-      NodeParent[i] = static_cast<int32_t>(l);
-      if (i < static_cast<int32_t>(T)) NodeParent[i + 1] = static_cast<int32_t>(l);
-      int32_t j = NodeChild[l];
-      NodeChild[l] = i;
-      NodeParent[j] = static_cast<int32_t>(c);
-      if (j < static_cast<int32_t>(T)) NodeParent[j + 1] = static_cast<int32_t>(c);
-      NodeChild[c] = j;
-      c = l;
-    }
+    if (k > NodeFreq[c + 1]) c = Exchange(c, k);
     c = static_cast<uint32_t>(NodeParent[c]);
   } while (c != 0);
 }
 
-uint32_t KzLha1Decoder::DecodeSymbol(Lh1BitInput& in) {
+uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
+  uint32_t l = c + 1;
+  while (k > NodeFreq[l + 1]) ++l;
+  NodeFreq[c] = NodeFreq[l];
+  NodeFreq[l] = k;
+  int32_t i = NodeChild[c];
+  NodeParent[i] = static_cast<int32_t>(l);
+  if (i < static_cast<int32_t>(T)) NodeParent[i + 1] = static_cast<int32_t>(l);
+  int32_t j = NodeChild[l];
+  NodeChild[l] = i;
+  NodeParent[j] = static_cast<int32_t>(c);
+  if (j < static_cast<int32_t>(T)) NodeParent[j + 1] = static_cast<int32_t>(c);
+  NodeChild[c] = j;
+  return l;
+}
+
+// The walk down already named every node above the symbol: counting along
+// that path spares a dependent parent load per level, and holds until the
+// first exchange moves a subtree.
+[[gnu::always_inline]] inline void KzLha1Decoder::UpdateTree(const uint16_t* path, uint32_t depth) {
+  if (NodeFreq[R] == MAX_FREQ) {
+    const uint32_t symbol = static_cast<uint32_t>(NodeChild[path[depth - 1]]) - T;
+    RebuildTree();
+    IncrementFrom(static_cast<uint32_t>(NodeParent[symbol + T]));
+    return;
+  }
+  for (uint32_t d = depth; d-- > 0;) {
+    const uint32_t c = path[d];
+    const uint32_t k = ++NodeFreq[c];
+    if (k > NodeFreq[c + 1]) [[unlikely]] {
+      const uint32_t above = static_cast<uint32_t>(NodeParent[Exchange(c, k)]);
+      if (above != 0) IncrementFrom(above);
+      return;
+    }
+  }
+}
+
+[[gnu::always_inline]] inline uint32_t KzLha1Decoder::DecodeSymbol(Lh1BitInput& in) {
+  // Every walk visits distinct nodes, so the path fits in T entries.
+  uint16_t path[T];
+  uint32_t depth = 0;
+  uint32_t node = R;
   uint32_t c = static_cast<uint32_t>(NodeChild[R]);
-  while (c < T) c = static_cast<uint32_t>(NodeChild[c + in.ReadBit()]);
-  uint32_t symbol = c - T;
-  UpdateTree(symbol);
-  return symbol;
+  path[depth++] = static_cast<uint16_t>(node);
+  while (c < T) {
+    node = c + in.ReadBit();
+    path[depth++] = static_cast<uint16_t>(node);
+    c = static_cast<uint32_t>(NodeChild[node]);
+  }
+  UpdateTree(path, depth);
+  return c - T;
 }
 
 // ReadByte, then as many single bits as the first 8 bits call for: one
