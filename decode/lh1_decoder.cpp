@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "archiver/lha_archiver.h"
+#include "decode/copy_match.h"
 #include "decode/crc16.h"
 #include "decode/decoders.h"
 #include "decode/load_bits.h"
@@ -250,20 +251,7 @@ void KzLha1Decoder::CopyMatch(uint32_t pos, uint32_t distance, uint32_t length) 
     for (uint32_t k = 0; k < length; ++k) dst[k] = Ring[(from + k) & (kRingBytes - 1)];
     return;
   }
-  const uint8_t* src = dst - distance;
-  uint8_t* const end = dst + length;
-  if (distance >= 16) {
-    do {
-      std::memcpy(dst, src, 16);
-      dst += 16;
-      src += 16;
-    } while (dst < end);
-  } else if (distance == 1) {
-    std::memset(dst, *src, length);
-  } else {
-    do *dst++ = *src++;
-    while (dst < end);
-  }
+  CopyMatchBytes(dst, distance, length);
   // Bytes written past the ring's end belong at its start.
   if (at + length > kRingBytes) std::memcpy(Ring, Ring + kRingBytes, at + length - kRingBytes);
 }

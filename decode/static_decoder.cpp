@@ -14,6 +14,7 @@
 
 #include "archiver/lha_archiver.h"
 #include "decode/crc16.h"
+#include "decode/copy_match.h"
 #include "decode/decoders.h"
 #include "decode/load_bits.h"
 
@@ -341,31 +342,6 @@ bool StaticHuffmanDecoderBase::Flush(StaticBitInput& in, const uint8_t* data, ui
 
 namespace {
 
-// Copies a match whose source lies wholly before its destination in the
-// buffer. Distances of 8 and more move whole words and may write up to 15
-// bytes past the end; shorter ones repeat their pattern byte by byte.
-inline void CopyMatch(uint8_t* dst, uint32_t distance, uint32_t length) {
-  const uint8_t* src = dst - distance;
-  uint8_t* const end = dst + length;
-  if (distance >= 16) {
-    do {
-      std::memcpy(dst, src, 16);
-      dst += 16;
-      src += 16;
-    } while (dst < end);
-  } else if (distance >= 8) {
-    do {
-      std::memcpy(dst, src, 8);
-      dst += 8;
-      src += 8;
-    } while (dst < end);
-  } else if (distance == 1) {
-    std::memset(dst, *src, length);
-  } else {
-    do *dst++ = *src++;
-    while (dst < end);
-  }
-}
 
 // A match into ring[loc...]. A source behind the ring's start lies before
 // the member's first byte until the first half is out (zeros), at the
@@ -374,7 +350,7 @@ template <uint32_t kRing>
 inline void CopyFromRing(uint8_t* ring, uint32_t loc, uint32_t distance, uint32_t length,
                          bool history) {
   if (distance <= loc) [[likely]]
-    return CopyMatch(ring + loc, distance, length);
+    return CopyMatchBytes(ring + loc, distance, length);
   for (uint32_t k = 0; k < length; ++k) {
     int32_t s = static_cast<int32_t>(loc + k) - static_cast<int32_t>(distance);
     ring[loc + k] = s >= 0 ? ring[s] : history ? ring[s + kRing] : 0;
