@@ -3,51 +3,13 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "platform/utf8.h"
+
 namespace kzcli {
 
 namespace {
 
 constexpr uint32_t kRawByteBase = 0xDC00;
-
-void AppendUtf8(std::string& out, uint32_t c) {
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else if (c < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  }
-}
-
-// Decodes one UTF-8 sequence at s[i]; returns its length, or 0 when the
-// bytes there are not a valid, shortest-form encoding of a scalar value.
-size_t DecodeUtf8(const std::string& s, size_t i, uint32_t* out) {
-  const auto byte = [&](size_t k) { return static_cast<uint8_t>(s[k]); };
-  uint8_t b0 = byte(i);
-  if (b0 < 0x80) {
-    *out = b0;
-    return 1;
-  }
-  size_t len = b0 >= 0xF0 && b0 <= 0xF4 ? 4 : b0 >= 0xE0 ? 3 : b0 >= 0xC2 && b0 < 0xE0 ? 2 : 0;
-  if (len == 0 || i + len > s.size()) return 0;
-  uint32_t c = b0 & (0x7F >> len);
-  for (size_t k = 1; k < len; ++k) {
-    if ((byte(i + k) & 0xC0) != 0x80) return 0;
-    c = (c << 6) | (byte(i + k) & 0x3F);
-  }
-  static const uint32_t kMin[5] = {0, 0, 0x80, 0x800, 0x10000};
-  if (c < kMin[len] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
-  *out = c;
-  return len;
-}
 
 void AppendEscape(std::string& out, const char* format, uint32_t c) {
   char buffer[16];
@@ -76,7 +38,7 @@ std::string Display(const wchar_t* text, bool separators) {
     } else if (c > 0x10FFFF) {
       AppendEscape(out, "\\U%08X", c);
     } else {
-      AppendUtf8(out, c);
+      kz::utf8::Append(out, c);
     }
   }
   return out;
@@ -89,7 +51,7 @@ std::wstring FromNative(const std::string& bytes) {
   out.reserve(bytes.size());
   for (size_t i = 0; i < bytes.size();) {
     uint32_t c = 0;
-    size_t len = DecodeUtf8(bytes, i, &c);
+    size_t len = kz::utf8::Decode(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), i, &c);
     if (len == 0) {
       out.push_back(static_cast<wchar_t>(kRawByteBase + static_cast<uint8_t>(bytes[i])));
       ++i;
@@ -117,9 +79,9 @@ std::string ToNative(const std::wstring& text) {
     if (c >= kRawByteBase + 0x80 && c <= kRawByteBase + 0xFF) {
       out.push_back(static_cast<char>(c - kRawByteBase));
     } else if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) {
-      AppendUtf8(out, 0xFFFD);
+      kz::utf8::Append(out, 0xFFFD);
     } else {
-      AppendUtf8(out, c);
+      kz::utf8::Append(out, c);
     }
   }
   return out;

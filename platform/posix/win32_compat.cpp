@@ -2,6 +2,8 @@
 // behaviour the engine relies on is reproduced.
 #include "platform/win32_compat.h"
 
+#include "platform/utf8.h"
+
 #include <errno.h>
 #include <sys/stat.h>
 
@@ -51,20 +53,8 @@ std::string ToSystemPath(const wchar_t* path) {
     if (c == L'\\') c = L'/';
     if (c >= 0xDC80 && c <= 0xDCFF) {  // a raw byte that did not decode
       out.push_back(static_cast<char>(c - 0xDC00));
-    } else if (c < 0x80) {
-      out.push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else if (c < 0x10000) {
-      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
     } else {
-      out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+      kz::utf8::Append(out, c);
     }
   }
   return out;
@@ -76,28 +66,15 @@ std::wstring FromSystemPath(const std::string& path) {
   const auto* s = reinterpret_cast<const unsigned char*>(path.data());
   size_t n = path.size();
   for (size_t i = 0; i < n;) {
-    unsigned char c = s[i];
-    int extra = c < 0x80 ? 0 : (c & 0xE0) == 0xC0 ? 1 : (c & 0xF0) == 0xE0 ? 2 : (c & 0xF8) == 0xF0 ? 3 : -1;
-    uint32_t cp = extra == 0 ? c : extra == 1 ? (c & 0x1F) : extra == 2 ? (c & 0x0F) : (c & 0x07);
-    bool ok = extra >= 0 && i + static_cast<size_t>(extra) < n + (extra == 0 ? 1 : 0);
-    for (int k = 1; ok && k <= extra; ++k) {
-      if (i + k >= n || (s[i + k] & 0xC0) != 0x80) {
-        ok = false;
-      } else {
-        cp = (cp << 6) | (s[i + k] & 0x3F);
-      }
-    }
-    if (ok && extra > 0) {
-      static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-      if (cp < kMin[extra] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) ok = false;
-    }
-    if (!ok) {
-      out.push_back(static_cast<wchar_t>(0xDC00 + c));
+    uint32_t cp = 0;
+    const size_t len = kz::utf8::Decode(s, n, i, &cp);
+    if (len == 0) {
+      out.push_back(static_cast<wchar_t>(0xDC00 + s[i]));
       ++i;
       continue;
     }
     out.push_back(static_cast<wchar_t>(cp));
-    i += static_cast<size_t>(extra) + 1;
+    i += len;
   }
   return out;
 }
