@@ -7,8 +7,6 @@
 #include "platform/fs.h"
 
 #include <algorithm>
-#include <ctime>
-#include <random>
 
 #include "enginelib/file_stream.h"
 #include "platform/win32/win32_util.h"
@@ -304,17 +302,6 @@ const wchar_t* LastComponent(const wchar_t* path) {
     if (IsSeparator(*p) && p[1] != 0) last = p + 1;
   }
   return last;
-}
-
-std::wstring TempFileName() {
-  static thread_local std::mt19937_64 rng(std::random_device{}() ^
-                                          (static_cast<uint64_t>(GetCurrentProcessId()) << 32) ^
-                                          static_cast<uint64_t>(time(nullptr)));
-  static const wchar_t kLetters[] = L"abcdefghijklmnopqrstuvwxyz0123456789";
-  std::wstring name = L".kz";
-  for (int i = 0; i < 10; ++i) name.push_back(kLetters[rng() % 36]);
-  name += L".tmp";
-  return name;
 }
 
 }  // namespace kz::fs
