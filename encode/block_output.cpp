@@ -15,66 +15,52 @@ int32_t UsedLength(const uint8_t* len, int32_t n) {
   return n;
 }
 
+// The character lengths as the code-length code spells them: a length k
+// as symbol k + 2; a run of zeros as symbol 0 per zero (up to two), symbol
+// 1 and 4 bits (3 to 18), symbol 0 then a run of 18 (19), or symbol 2 and
+// 9 bits (20 and more). emit(symbol, extra bits, their value).
+template <typename Emit>
+void SpellCharLengths(const uint8_t* len, int32_t m, Emit emit) {
+  int32_t i = 0;
+  while (i < m) {
+    const int32_t k = len[i++];
+    if (k > 0) {
+      emit(k + 2, 0, 0);
+      continue;
+    }
+    int32_t c = 1;
+    while (i < m && len[i] == 0) {
+      ++i;
+      ++c;
+    }
+    if (c <= 2) {
+      for (; c > 0; --c) emit(0, 0, 0);
+    } else if (c <= 18) {
+      emit(1, 4, static_cast<uint32_t>(c - 3));
+    } else if (c == 19) {
+      emit(0, 0, 0);
+      emit(1, 4, 15);
+    } else {
+      emit(2, 9, static_cast<uint32_t>(c - 20));
+    }
+  }
+}
+
 }  // namespace
 
 // Frequencies of the code-length code, by the rules WriteCharLengths writes.
 void EncoderBase::CountAuxFreq() {
   for (uint16_t& f : AuxFreq) f = 0;
-  const int32_t m = UsedLength(CharLen, NC);
-  int32_t i = 0;
-  while (i < m) {
-    const int32_t k = CharLen[i++];
-    if (k > 0) {
-      ++AuxFreq[k + 2];
-      continue;
-    }
-    int32_t c = 1;
-    while (i < m && CharLen[i] == 0) {
-      ++i;
-      ++c;
-    }
-    if (c <= 2) {
-      AuxFreq[0] = static_cast<uint16_t>(AuxFreq[0] + c);
-    } else if (c <= 18) {
-      ++AuxFreq[1];
-    } else if (c == 19) {
-      ++AuxFreq[0];
-      ++AuxFreq[1];
-    } else {
-      ++AuxFreq[2];
-    }
-  }
+  SpellCharLengths(CharLen, UsedLength(CharLen, NC), [this](int32_t symbol, uint32_t, uint32_t) { ++AuxFreq[symbol]; });
 }
 
 void EncoderBase::WriteCharLengths() {
   const int32_t m = UsedLength(CharLen, NC);
   PutBits(CBIT, static_cast<uint32_t>(m));
-  int32_t i = 0;
-  while (i < m) {
-    const int32_t k = CharLen[i++];
-    if (k > 0) {
-      PutBits(AuxLen[k + 2], AuxCode[k + 2]);
-      continue;
-    }
-    int32_t c = 1;
-    while (i < m && CharLen[i] == 0) {
-      ++i;
-      ++c;
-    }
-    if (c <= 2) {
-      for (; c > 0; --c) PutBits(AuxLen[0], AuxCode[0]);
-    } else if (c <= 18) {
-      PutBits(AuxLen[1], AuxCode[1]);
-      PutBits(4, static_cast<uint32_t>(c - 3));
-    } else if (c == 19) {
-      PutBits(AuxLen[0], AuxCode[0]);
-      PutBits(AuxLen[1], AuxCode[1]);
-      PutBits(4, 15);
-    } else {
-      PutBits(AuxLen[2], AuxCode[2]);
-      PutBits(9, static_cast<uint32_t>(c - 20));
-    }
-  }
+  SpellCharLengths(CharLen, m, [this](int32_t symbol, uint32_t extraBits, uint32_t extra) {
+    PutBits(AuxLen[symbol], AuxCode[symbol]);
+    if (extraBits != 0) PutBits(extraBits, extra);
+  });
 }
 
 // Lengths 0..6 in three bits, 7..16 as k - 4 one bits and a zero. After the
