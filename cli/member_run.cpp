@@ -8,13 +8,6 @@ namespace kzcli {
 
 namespace {
 
-std::wstring Separators(std::wstring s) {
-  for (wchar_t& c : s) {
-    if (c == L'/') c = L'\\';
-  }
-  return s;
-}
-
 bool EndsWith(const std::wstring& s, const std::wstring& tail) {
   return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
 }
@@ -34,15 +27,15 @@ bool IsMemberDataFailure(HRESULT hr) {
 
 size_t FindMemberByFile(const std::vector<Member>& members, size_t start, const std::wstring& file,
                         const std::wstring& archive) {
-  const std::wstring candidate = Separators(file);
-  const std::wstring archiveName = Separators(archive);
+  const std::wstring candidate = BackslashSeparators(file);
+  const std::wstring archiveName = BackslashSeparators(archive);
   if (candidate.empty() || candidate == archiveName || EndsWith(candidate, L"\\" + archiveName))
     return std::wstring::npos;
   for (size_t i = start; i < members.size(); ++i) {
-    if (Separators(members[i].name) == candidate) return i;
+    if (BackslashSeparators(members[i].name) == candidate) return i;
   }
   for (size_t i = start; i < members.size(); ++i) {
-    const std::wstring name = Separators(members[i].name);
+    const std::wstring name = BackslashSeparators(members[i].name);
     if (!name.empty() && EndsWith(candidate, L"\\" + name)) return i;
   }
   return std::wstring::npos;
@@ -53,9 +46,9 @@ size_t LastReachedMember(const std::vector<Member>& members, size_t start,
   size_t reached = start - 1;  // wraps for start 0; compared only after + 1
   size_t next = start;
   for (const std::wstring& item : progressItems) {
-    const std::wstring wanted = Separators(item);
+    const std::wstring wanted = BackslashSeparators(item);
     for (size_t i = next; i < members.size(); ++i) {
-      if (Separators(members[i].name) == wanted) {
+      if (BackslashSeparators(members[i].name) == wanted) {
         reached = i;
         next = i + 1;
         break;
@@ -113,7 +106,7 @@ void MemberRun::ReadLog(size_t start, HRESULT final, const std::wstring& finalFi
       Fail(member, e.Status, e.Level == KZ_LOG_ERROR ? DisplayText(e.Text) : StatusText(e.Status), file);
       return;
     }
-    if (e.Level == KZ_LOG_ERROR && e.Status == final && Separators(file) == Separators(finalFile)) return;
+    if (e.Level == KZ_LOG_ERROR && e.Status == final && BackslashSeparators(file) == BackslashSeparators(finalFile)) return;
     if (e.Level == KZ_LOG_INFO || (e.Level == KZ_LOG_WARNING && quiet)) return;
     session_.Report(file.empty() ? session_.archiveShown() : DisplayName(file),
                     (e.Level == KZ_LOG_WARNING ? "warning: " : "") + DisplayText(e.Text));

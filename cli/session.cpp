@@ -8,19 +8,6 @@
 
 namespace kzcli {
 
-namespace {
-
-// Member names use backslashes, paths on this system slashes; compare
-// them with the separators made alike.
-std::wstring Separators(std::wstring s) {
-  for (wchar_t& c : s) {
-    if (c == L'/') c = L'\\';
-  }
-  return s;
-}
-
-}  // namespace
-
 std::vector<std::wstring> WideNames(const std::vector<std::string>& names) {
   std::vector<std::wstring> out;
   out.reserve(names.size());
@@ -121,12 +108,12 @@ void Session::ReportStatus(HRESULT status, const std::wstring& fallback) {
 
 void Session::PrintLog(HRESULT reported) {
   const wchar_t* errorFile = api_.GetErrorFileName(handle());
-  const std::wstring reportedFile = Separators(errorFile != nullptr ? errorFile : L"");
+  const std::wstring reportedFile = BackslashSeparators(errorFile != nullptr ? errorFile : L"");
   ForEachItem<KzLogEntry>(api_.GetLogList(handle()), [&](const KzLogEntry& e) {
     if (e.Level == KZ_LOG_INFO) return;
     if (e.Level == KZ_LOG_WARNING && options_.quiet) return;
     const std::wstring file = e.FileName != nullptr ? e.FileName : L"";
-    if (e.Level == KZ_LOG_ERROR && e.Status == reported && Separators(file) == reportedFile) return;
+    if (e.Level == KZ_LOG_ERROR && e.Status == reported && BackslashSeparators(file) == reportedFile) return;
     const std::string shown = file.empty() ? archiveShown() : DisplayName(file);
     Report(shown, (e.Level == KZ_LOG_WARNING ? "warning: " : "") + DisplayText(e.Text));
   });

@@ -134,4 +134,11 @@ std::string JsonEscape(const std::string& utf8) {
   return out;
 }
 
+std::wstring BackslashSeparators(std::wstring text) {
+  for (wchar_t& c : text) {
+    if (c == L'/') c = L'\\';
+  }
+  return text;
+}
+
 }  // namespace kzcli

@@ -25,6 +25,9 @@ std::wstring EngineArchivePath(const std::string& bytes);
 // paths (it reads a source's attributes through the "\\?\" form too) and
 // are stored as given. Elsewhere none (empty).
 std::wstring EngineSourceBase();
+// Member names use backslashes, paths on this system may use slashes:
+// the text with every slash made a backslash, for comparing the two.
+std::wstring BackslashSeparators(std::wstring text);
 
 // A member name or path made safe to print: backslash separators shown as
 // '/', raw bytes as \xHH, control characters as \xHH or \uXXXX, invisible
