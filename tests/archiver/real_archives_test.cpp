@@ -3,6 +3,8 @@
 // method and CRC.
 #include <gtest/gtest.h>
 
+#include "archiver/case_name.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -218,13 +220,7 @@ TEST_P(RealArchive, NamesCarryNoControlCharacters) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Shared, RealArchive, ::testing::ValuesIn(SharedArchives()),
-                         [](const auto& info) {
-                           std::string s = info.param;
-                           for (char& c : s) {
-                             if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                           }
-                           return s;
-                         });
+                         [](const auto& info) { return kztest::CaseName(info.param); });
 
 // ---- archives whose content is known ------------------------------------------
 
@@ -241,18 +237,6 @@ TEST(RealArchives, TheEscapeSequenceNameIsListedWithoutItsEscape) {
   ASSERT_EQ(ours.rawNames.size(), 1u);
   EXPECT_EQ(ours.rawNames[0].find(L'\x1b'), std::wstring::npos);
   EXPECT_NE(ours.rawNames[0].find(L"]2;malicious"), std::wstring::npos);
-}
-
-TEST(RealArchives, SelfExtractingArchivesAreFoundBehindTheirStubs) {
-  for (const char* sfx : {"lha213/sfx.exe", "lharc113/sfx.com", "lha_amiga_122/sfx.run"}) {
-    SCOPED_TRACE(sfx);
-    KzLhaArchiver archiver;
-    ASSERT_EQ(archiver.Init(), 0);
-    const std::wstring path = kztest::Wide(kztest::SharedArchive(sfx).string());
-    ASSERT_EQ(archiver.InitArchive(path.c_str(), 0, 0), 0);
-    EXPECT_GT(archiver.FirstHeaderPos, 0u);
-    EXPECT_EQ(archiver.GetFirstHeaderOffset(), archiver.FirstHeaderPos);
-  }
 }
 
 // A Unix link keeps its target in the name after '|'; a level-1 or level-2
