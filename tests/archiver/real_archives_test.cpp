@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -29,13 +28,6 @@ struct Entry {
   std::string method;
   uint16_t crc = 0;
 };
-
-std::ostream& operator<<(std::ostream& os, const Entry& e) {
-  char crc[8];
-  std::snprintf(crc, sizeof crc, "%04x", e.crc);
-  return os << "{" << e.name << " " << e.packed << "/" << e.original << " " << e.method << " "
-            << crc << "}";
-}
 
 // The comparison form of a path: '/' separators, no empty or "." parts, and
 // ".." resolved lexically. Listers differ in how they show paths that reach
@@ -201,7 +193,7 @@ TEST_P(RealArchive, ListsWhatAnIndependentListerReports) {
 
   ASSERT_EQ(ours.entries.size(), expected.size()) << shown.Out;
   for (size_t i = 0; i < expected.size(); ++i) {
-    SCOPED_TRACE(expected[i]);
+    SCOPED_TRACE(expected[i].name);
     const Entry& e = ours.entries[i];
     EXPECT_TRUE(SameName(expected[i].name, e.name)) << e.name;
     EXPECT_EQ(e.packed, expected[i].packed);
