@@ -2,6 +2,8 @@
 // new-archive case, and the long-path conversions.
 #include <gtest/gtest.h>
 
+#include "archiver/case_name.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <string>
@@ -86,13 +88,7 @@ INSTANTIATE_TEST_SUITE_P(
                       WindowCase{"level1 fits exactly", kWindow - 32, 1, true},
                       WindowCase{"level1 one byte out", kWindow - 31, 1, false},
                       WindowCase{"level0 past the window", kWindow + 10, 0, false}),
-    [](const auto& info) {
-      std::string s = info.param.what;
-      for (char& ch : s) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return s;
-    });
+    [](const auto& info) { return kztest::CaseName(info.param.what); });
 
 // ---- which candidate wins ------------------------------------------------------------
 
@@ -168,50 +164,33 @@ INSTANTIATE_TEST_SUITE_P(
                       CandidateCase{"level 3", FakeCandidate(0, 0, 3), false},
                       CandidateCase{"level 255", FakeCandidate(0, 0, 255), false},
                       CandidateCase{"no pattern", Bytes(22, 0), false}),
-    [](const auto& info) {
-      std::string s = info.param.what;
-      for (char& ch : s) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return s;
-    });
+    [](const auto& info) { return kztest::CaseName(info.param.what); });
 
-TEST_F(OpenTest, ThePatternIgnoresTheMethodCharacter) {
-  ASSERT_EQ(Open(StubThen(3, {.level = 2, .method = "-lh\xB7-", .name = "x"})), 0);
-  EXPECT_EQ(archiver_.FirstHeaderPos, 3u);
-}
-
-// ---- files too small or not archives -----------------------------------------------
-
-class TooSmall : public OpenTest, public ::testing::WithParamInterface<size_t> {};
-
-TEST_P(TooSmall, HoldsNoHeader) {
+// Too small to hold a header, or no archive at all; 22 bytes are enough
+// for a candidate (whose method character is any byte: "-lh?-").
+TEST_F(OpenTest, SmallOrPlainFilesHoldNoHeader) {
   const Bytes candidate = FakeCandidate(0, 0, 2, 22);
-  EXPECT_EQ(Open(Bytes(candidate.begin(), candidate.begin() + static_cast<long>(GetParam()))),
-            kz::ARC_E_NOARCHIVE);
-}
-
-INSTANTIATE_TEST_SUITE_P(Sizes, TooSmall, ::testing::Values(0, 1, 20, 21));
-
-TEST_F(OpenTest, TwentyTwoBytesAreEnoughForACandidate) {
-  EXPECT_EQ(Open(FakeCandidate(0, 0, 2, 22)), 0);
-  EXPECT_EQ(archiver_.FirstHeaderPos, 0u);
-}
-
-TEST_F(OpenTest, ATextFileIsNoArchive) {
+  for (size_t size : {0, 1, 20, 21})
+    EXPECT_EQ(Open(Bytes(candidate.begin(), candidate.begin() + static_cast<long>(size))), kz::ARC_E_NOARCHIVE)
+        << size;
   EXPECT_EQ(Open(kztest::TextBytes(200000, 7)), kz::ARC_E_NOARCHIVE);
+  EXPECT_EQ(Open(candidate), 0);
+  EXPECT_EQ(archiver_.FirstHeaderPos, 0u);
 }
 
 // ---- what a successful open leaves ----------------------------------------------------
 
+// A long-path prefix is dropped from the stored path.
 TEST_F(OpenTest, AnExistingArchiveBindsItsPathAndClosesTheStream) {
   const std::wstring path = Write(StubThen(64, {.level = 1, .name = "f"}));
-  ASSERT_EQ(archiver_.InitArchive(path.c_str(), 0, 0), 0);
-  EXPECT_EQ(std::wstring(archiver_.ArchivePath.c_str()), EnginePath("a.lzh"));
-  EXPECT_EQ(archiver_.NewArchive, 0u);
-  EXPECT_EQ(archiver_.FirstHeaderPos, 64u);
-  EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
-  EXPECT_EQ(archiver_.Status, 0);
+  for (const std::wstring& given : {path, L"\\\\?\\" + path}) {
+    ASSERT_EQ(archiver_.InitArchive(given.c_str(), 0, 0), 0);
+    EXPECT_EQ(std::wstring(archiver_.ArchivePath.c_str()), EnginePath("a.lzh"));
+    EXPECT_EQ(archiver_.NewArchive, 0u);
+    EXPECT_EQ(archiver_.FirstHeaderPos, 64u);
+    EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
+    EXPECT_EQ(archiver_.Status, 0);
+  }
 }
 
 TEST_F(OpenTest, BuildsTheCrcTable) {
@@ -219,13 +198,6 @@ TEST_F(OpenTest, BuildsTheCrcTable) {
   ASSERT_EQ(Open(StubThen(0, {.level = 1, .name = "f"})), 0);
   EXPECT_EQ(kz::Crc16Table[1], 0xC0C1);
   EXPECT_EQ(kz::Crc16Table[255], 0x4040);
-}
-
-TEST_F(OpenTest, ALongPathPrefixIsDroppedFromTheStoredPath) {
-  const std::wstring path = Write(StubThen(0, {.level = 1, .name = "f"}));
-  const std::wstring prefixed = L"\\\\?\\" + path;
-  ASSERT_EQ(archiver_.InitArchive(prefixed.c_str(), 0, 0), 0);
-  EXPECT_EQ(std::wstring(archiver_.ArchivePath.c_str()), EnginePath("a.lzh"));
 }
 
 // ---- a new archive ------------------------------------------------------------------
@@ -256,13 +228,7 @@ INSTANTIATE_TEST_SUITE_P(
         NewPathCase{"lower-case unc", L"\\\\?\\unc\\server\\share\\new.lzh",
                     L"unc\\server\\share\\new.lzh"},
         NewPathCase{"relative", L"no-such-dir-here/new.lzh", L"no-such-dir-here\\new.lzh"}),
-    [](const auto& info) {
-      std::string s = info.param.what;
-      for (char& ch : s) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return s;
-    });
+    [](const auto& info) { return kztest::CaseName(info.param.what); });
 
 TEST_F(OpenTest, RebindingFromANewArchiveToAnExistingOneClearsTheNewFlag) {
   const std::wstring missing = kztest::Wide((dir_ / "missing.lzh").string());
@@ -293,10 +259,7 @@ TEST_F(OpenTest, AFailedOpenKeepsThePreviousArchivePath) {
   EXPECT_EQ(archiver_.InitArchive(garbage.c_str(), 0, 0), kz::ARC_E_NOARCHIVE);
   EXPECT_EQ(std::wstring(archiver_.ArchivePath.c_str()), before);
   EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
-}
-
-TEST_F(OpenTest, ThePathIsRequired) {
-  EXPECT_LT(archiver_.InitArchive(nullptr, 0, 0), 0);
+  EXPECT_LT(archiver_.InitArchive(nullptr, 0, 0), 0);  // the path is required
   EXPECT_LT(archiver_.InitArchive(L"", 0, 0), 0);
 }
 

@@ -2,6 +2,8 @@
 // chooses the method of every file added.
 #include <gtest/gtest.h>
 
+#include "archiver/case_name.h"
+
 #include "archiver/lha_archiver.h"
 
 namespace {
@@ -45,13 +47,7 @@ INSTANTIATE_TEST_SUITE_P(
                    KZ_E_INVALIDARG, 64, 1},
         OptionCase{"rejected before the marker", {{1, 14, 7}}, KZ_E_INVALIDARG, 8, 0},
         OptionCase{"unknown option id", {{99, 0, 0}}, KZ_E_INVALIDARG, 8, 0}),
-    [](const auto& info) {
-      std::string n = info.param.what;
-      for (auto& ch : n) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return n;
-    });
+    [](const auto& info) { return kztest::CaseName(info.param.what); });
 
 TEST(OptionsBaseTest, LevelAndCodePageAreValidated) {
   KzLhaArchiver a;

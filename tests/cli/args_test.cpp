@@ -127,12 +127,5 @@ TEST(ParseNotes, HeaderLevelsOtherThanOneAreNotedForWritingCommandsOnly) {
   EXPECT_TRUE(ParseCommandLine({"x2", "a.lzh"}).notes.empty());
 }
 
-TEST(ParseHelp, HelpAndVersionNeedNoCommand) {
-  EXPECT_TRUE(ParseCommandLine({"--help"}).options.help);
-  EXPECT_TRUE(ParseCommandLine({"--version"}).options.version);
-  EXPECT_TRUE(ParseCommandLine({"--version"}).ok());
-  EXPECT_TRUE(ParseCommandLine({"l", "--help"}).ok());
-}
-
 }  // namespace
 }  // namespace kzcli

@@ -1,8 +1,7 @@
 #include "cli/cli_helpers.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstdlib>
+#include <regex>
 
 namespace kzclitest {
 
@@ -16,9 +15,8 @@ std::vector<fs::path> SharedArchives() {
   std::vector<fs::path> out;
   for (const auto& dir : fs::directory_iterator(kztest::SharedArchive(""))) {
     if (!dir.is_directory()) continue;
-    for (const auto& f : fs::directory_iterator(dir.path())) {
+    for (const auto& f : fs::directory_iterator(dir.path()))
       if (f.is_regular_file()) out.push_back(f.path());
-    }
   }
   std::sort(out.begin(), out.end());
   return out;
@@ -38,113 +36,57 @@ std::vector<Bytes> MemberRecords(const Bytes& a) {
   std::vector<Bytes> out;
   size_t pos = 0;
   while (pos + 22 <= a.size() && a[pos] != 0) {
-    const size_t headerLength = a[pos] + 2u;
     const size_t packed = a[pos + 7] | a[pos + 8] << 8 | a[pos + 9] << 16 | static_cast<size_t>(a[pos + 10]) << 24;
-    const size_t end = std::min(a.size(), pos + headerLength + packed);
+    const size_t end = std::min(a.size(), pos + a[pos] + 2u + packed);
     out.emplace_back(a.begin() + static_cast<long>(pos), a.begin() + static_cast<long>(end));
     pos = end;
   }
   return out;
 }
 
-namespace {
-
-class JsonReader {
- public:
-  explicit JsonReader(const std::string& s) : s_(s) {}
-
-  JsonObject Object() {
-    JsonObject obj;
-    Space();
-    if (!Eat('{')) return obj;
-    Space();
-    if (Eat('}')) return Done(obj);
-    do {
-      Space();
-      std::string key, value;
-      if (!String(&key)) return obj;
-      Space();
-      if (!Eat(':')) return obj;
-      Space();
-      char kind = 0;
-      if (!Value(&value, &kind) || obj.fields.count(key) != 0) return obj;
-      obj.fields[key] = value;
-      obj.kinds[key] = kind;
-      Space();
-    } while (Eat(','));
-    if (!Eat('}')) return obj;
-    return Done(obj);
-  }
-
- private:
-  JsonObject Done(JsonObject& obj) {
-    Space();
-    obj.ok = pos_ == s_.size();
-    return obj;
-  }
-  bool Eat(char c) {
-    if (pos_ < s_.size() && s_[pos_] == c) return ++pos_, true;
-    return false;
-  }
-  void Space() {
-    while (pos_ < s_.size() && (s_[pos_] == ' ' || s_[pos_] == '\t')) ++pos_;
-  }
-  bool String(std::string* out) {
-    if (!Eat('"')) return false;
-    while (pos_ < s_.size() && s_[pos_] != '"') {
-      const auto c = static_cast<unsigned char>(s_[pos_++]);
-      if (c < 0x20) return false;
-      if (c != '\\') {
-        out->push_back(static_cast<char>(c));
-        continue;
-      }
-      if (pos_ >= s_.size()) return false;
-      const char e = s_[pos_++];
+// One member at a time: "key": then a string (escapes \" \\ \/ \b \f \n
+// \r \t \uXXXX, no raw control byte), a number, true or false.
+JsonObject ParseJsonLine(const std::string& line) {
+  static const std::regex kMember(
+      R"re(\s*"((?:[^"\\\x00-\x1f]|\\["\\/bfnrt]|\\u[0-9a-fA-F]{4})*)"\s*:\s*(?:"((?:[^"\\\x00-\x1f]|\\["\\/bfnrt]|\\u[0-9a-fA-F]{4})*)"|(-?[0-9][0-9.]*)|(true|false))\s*([,}]))re");
+  JsonObject obj;
+  size_t pos = line.find_first_not_of(" \t");
+  if (pos == std::string::npos || line[pos++] != '{') return obj;
+  auto unescape = [](const std::string& s) {
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i) {
+      if (s[i] != '\\') { out += s[i]; continue; }
+      const char e = s[++i];
       if (e == 'u') {
-        if (pos_ + 4 > s_.size()) return false;
-        const unsigned long cp = std::strtoul(s_.substr(pos_, 4).c_str(), nullptr, 16);
-        pos_ += 4;
-        out->push_back(cp < 0x80 ? static_cast<char>(cp) : '?');
-      } else if (std::string("\"\\/bfnrt").find(e) != std::string::npos) {
-        out->push_back(e == 'n' ? '\n' : e == 't' ? '\t' : e);
+        const unsigned long cp = std::stoul(s.substr(i + 1, 4), nullptr, 16);
+        out += cp < 0x80 ? static_cast<char>(cp) : '?';
+        i += 4;
       } else {
-        return false;
+        out += e == 'n' ? '\n' : e == 't' ? '\t' : e;
       }
     }
-    return Eat('"');
+    return out;
+  };
+  std::smatch m;
+  for (;;) {
+    const std::string rest = line.substr(pos);
+    if (!std::regex_search(rest, m, kMember, std::regex_constants::match_continuous)) return obj;
+    const std::string key = unescape(m[1]);
+    if (obj.fields.count(key)) return obj;
+    const char kind = m[2].matched ? 's' : m[3].matched ? 'n' : 'b';
+    obj.fields[key] = kind == 's' ? unescape(m[2]) : kind == 'n' ? m[3].str() : m[4].str();
+    obj.kinds[key] = kind;
+    pos += static_cast<size_t>(m.length(0));
+    if (m[5] == "}") break;
   }
-  bool Value(std::string* out, char* kind) {
-    if (pos_ < s_.size() && s_[pos_] == '"') return *kind = 's', String(out);
-    for (const char* literal : {"true", "false"}) {
-      if (s_.compare(pos_, std::string(literal).size(), literal) == 0) {
-        pos_ += std::string(literal).size();
-        *out = literal;
-        *kind = 'b';
-        return true;
-      }
-    }
-    const size_t start = pos_;
-    Eat('-');
-    while (pos_ < s_.size() && (std::isdigit(static_cast<unsigned char>(s_[pos_])) || s_[pos_] == '.')) ++pos_;
-    *out = s_.substr(start, pos_ - start);
-    *kind = 'n';
-    return !out->empty() && *out != "-";
-  }
-
-  const std::string& s_;
-  size_t pos_ = 0;
-};
-
-}  // namespace
-
-JsonObject ParseJsonLine(const std::string& line) { return JsonReader(line).Object(); }
+  obj.ok = line.find_first_not_of(" \t", pos) == std::string::npos;
+  return obj;
+}
 
 std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> out;
-  size_t start = 0;
-  while (start < text.size()) {
-    size_t end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
+  for (size_t start = 0; start < text.size();) {
+    size_t end = std::min(text.find('\n', start), text.size());
     out.push_back(text.substr(start, end - start));
     start = end + 1;
   }

@@ -16,6 +16,10 @@ namespace kzclitest {
 namespace fs = std::filesystem;
 using kztest::Bytes;
 
+inline bool Contains(const std::string& haystack, const std::string& needle) {
+  return haystack.find(needle) != std::string::npos;
+}
+
 // Runs kzlha with args, in workdir when given.
 kztest::CommandResult Kz(const std::vector<std::string>& args, const std::string& workdir = "");
 
@@ -28,11 +32,12 @@ std::map<std::string, Bytes> RegularFiles(const fs::path& root);
 // The member records (header and data) of a level-0/1 archive, in order.
 std::vector<Bytes> MemberRecords(const Bytes& archive);
 
-// A flat JSON object: member name -> raw value text (strings unescaped,
-// numbers and literals as written). ok is false for anything malformed.
+// A flat JSON object: member name -> value text (strings unescaped,
+// numbers and literals as written) and its kind: 's' string, 'n' number,
+// 'b' bool. ok is false for anything malformed.
 struct JsonObject {
   std::map<std::string, std::string> fields;
-  std::map<std::string, char> kinds;  // 's' string, 'n' number, 'b' bool
+  std::map<std::string, char> kinds;
   bool ok = false;
 };
 JsonObject ParseJsonLine(const std::string& line);

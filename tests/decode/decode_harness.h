@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "archiver/lha_archiver.h"
+#include "enginelib/file_stream.h"
 #include "support/engine_harness.h"
 
 namespace kztest {
@@ -93,5 +94,21 @@ class DecodeHarness {
   LhaHeader header_{};
   wchar_t name_[16] = L"member.bin";
 };
+
+// Counts the archive reads a decode makes (the seam counts, never fails).
+struct ReadCounter {
+  ReadCounter() { kz::fault::Arm(UINT64_MAX, kz::fault::kRead); }
+  ~ReadCounter() { kz::fault::Disarm(); }
+  uint64_t Reads() const { return kz::fault::CallsSeen(); }
+};
+
+// Decodes `packed` as one member whose CRC is that of `expected`; returns
+// the block sizes handed to the host.
+inline std::vector<size_t> ExpectDecodes(uint32_t method, const Bytes& packed, const Bytes& expected) {
+  DecodeHarness h;
+  EXPECT_EQ(h.Decode({.Method = method, .Packed = packed, .OriginalSize = expected.size()}, expected), 0);
+  EXPECT_TRUE(h.Output() == expected) << "method " << method << ", " << expected.size() << " bytes";
+  return h.BlockSizes();
+}
 
 }  // namespace kztest

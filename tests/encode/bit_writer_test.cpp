@@ -60,33 +60,32 @@ class BitWriterTest : public ::testing::Test {
   EncoderRig rig_;
 };
 
-TEST_F(BitWriterTest, ThreePlusFiveBitsMakeOneByte) {
-  Put(3, 5);
-  Put(5, 1);
-  EXPECT_EQ(Buffered(), (Bytes{0xA1}));
-  EXPECT_EQ(FreeBits(), 8u);
-}
-
-TEST_F(BitWriterTest, SixteenBitsAcrossAPartialByteEmitTwo) {
+// Worked writes: each step's bits, the bytes handed over, the bits left.
+TEST_F(BitWriterTest, ExactBytesAndPendingBits) {
+  struct Step {
+    uint32_t N, V;
+    Bytes Buffered;
+    uint32_t Free;
+  };
+  const std::vector<std::vector<Step>> cases = {
+      {{3, 5, {}, 5}, {5, 1, {0xA1}, 8}},                                    // 3 + 5 bits make one byte
+      {{3, 5, {}, 5}, {16, 0xABCD, {0xB5, 0x79}, 5}, {7, 0, {0xB5, 0x79, 0xA0}, 6}},  // 16 across a partial byte
+      {{7, 0, {}, 1}},                                                      // padding with nothing pending
+      {{5, 0x1F, {}, 3}, {0, 0, {}, 3}, {3, 0, {0xF8}, 8}},                  // zero bits change nothing
+  };
+  for (size_t c = 0; c < cases.size(); ++c) {
+    EncoderTestAccess::ResetFrame(enc());
+    for (const Step& s : cases[c]) {
+      Put(s.N, s.V);
+      EXPECT_EQ(Buffered(), s.Buffered) << "case " << c;
+      EXPECT_EQ(FreeBits(), s.Free) << "case " << c;
+    }
+  }
+  EncoderTestAccess::ResetFrame(enc());
   Put(3, 5);
   Put(16, 0xABCD);
-  EXPECT_EQ(Buffered(), (Bytes{0xB5, 0x79}));
-  EXPECT_EQ(FreeBits(), 5u);
+  Buffered();
   EXPECT_EQ(EncoderTestAccess::PendingBits(enc()), 0b101u);
-  Put(7, 0);
-  EXPECT_EQ(Buffered(), (Bytes{0xB5, 0x79, 0xA0}));
-}
-
-TEST_F(BitWriterTest, PaddingWithNothingPendingEmitsNothing) {
-  Put(7, 0);
-  EXPECT_TRUE(Buffered().empty());
-}
-
-TEST_F(BitWriterTest, ZeroBitsChangeNothing) {
-  Put(5, 0x1F);
-  Put(0, 0);
-  Put(3, 0);
-  EXPECT_EQ(Buffered(), (Bytes{0xF8}));
 }
 
 TEST_F(BitWriterTest, The16385thByteWritesOneFullBuffer) {

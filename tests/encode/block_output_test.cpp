@@ -56,14 +56,6 @@ TEST_P(ExactOutputTest, PackedBytesAtLevelTwo) {
 INSTANTIATE_TEST_SUITE_P(Table, ExactOutputTest, ::testing::ValuesIn(kExactCases),
                          [](const auto& info) { return std::string(info.param.Name); });
 
-TEST(StoreFallbackTest, OneByteIsStoredTenEqualBytesStayPacked) {
-  EncoderRig rig;
-  EXPECT_EQ(rig.Encode(Method::Lh5, 2, ToBytes("A")).StoreFallback, 1u);
-  const auto ten = rig.Encode(Method::Lh5, 2, ToBytes("aaaaaaaaaa"));
-  EXPECT_EQ(ten.Packed.size(), 10u);
-  EXPECT_EQ(ten.StoreFallback, 0u);
-}
-
 // Once packed data passes the source size, the encoder still reads the
 // whole source (CRC and count cover it) and writes every full buffer load,
 // but neither the last block nor the rest of the buffer. (The claimed size
@@ -128,23 +120,20 @@ TEST_P(LevelTest, LevelsChangeTheSearchNotTheFormat) {
 INSTANTIATE_TEST_SUITE_P(Methods, LevelTest,
                          ::testing::Values(Method::Lh5, Method::Lh6, Method::Lh7));
 
-// An encoder that never saw a level from 1 to 4 searches with level 2's
-// limits; afterwards other levels keep the limits in force.
+// The chain limits of each level (only the search depth shows them); an
+// encoder that never saw a level from 1 to 4 keeps level 2's, and other
+// levels keep the limits in force.
 TEST(ApplyLevelTest, LimitsByLevelAndLevelTwoBeforeAnyLevel) {
   KzLhaArchiver a;
   ASSERT_GE(a.Init(), 0);
   a.CompressionLevel = 0;
   ASSERT_EQ(a.AllocEncodeBuffers(), 0);  // lends the buffers and applies the level
-  kz::EncoderBase& e = a.Lha6Encoder;
-  struct Row {
-    uint32_t Level, Literal, Match;
-  };
-  const Row rows[] = {{0, 16, 32}, {1, 16, 18}, {3, 32, 64}, {7, 32, 64}, {4, 48, 256}, {2, 16, 32}};
-  for (const Row& r : rows) {
-    a.CompressionLevel = r.Level;
-    e.ApplyLevel();
-    EXPECT_EQ(kz::EncoderTestAccess::LiteralChainLimit(e), r.Literal) << "level " << r.Level;
-    EXPECT_EQ(kz::EncoderTestAccess::MatchChainLimit(e), r.Match) << "level " << r.Level;
+  const uint32_t rows[][3] = {{0, 16, 32}, {1, 16, 18}, {3, 32, 64}, {7, 32, 64}, {4, 48, 256}, {2, 16, 32}};
+  for (const auto& r : rows) {
+    a.CompressionLevel = r[0];
+    a.Lha6Encoder.ApplyLevel();
+    EXPECT_EQ(kz::EncoderTestAccess::LiteralChainLimit(a.Lha6Encoder), r[1]) << "level " << r[0];
+    EXPECT_EQ(kz::EncoderTestAccess::MatchChainLimit(a.Lha6Encoder), r[2]) << "level " << r[0];
   }
   a.FreeEncodeBuffers();
 }

@@ -83,19 +83,15 @@ Bytes RepeatAt(uint32_t distance) {
 // The codes of a source's last block, given how many it makes in all.
 size_t InLastBlock(size_t total) { return total > 36392 ? total - 36392 : total; }
 
-TEST_P(WindowEdgeTest, RepetitionOneShortOfTheDictionaryIsFound) {
+// A repetition at DictSize - 1 is found; one at DictSize is not.
+TEST_P(WindowEdgeTest, RepetitionsAtTheDictionarysEdge) {
   const uint32_t dict = kztest::DictSizeOf(GetParam());
   EncoderRig rig;
-  const auto codes = rig.SearchCodes(GetParam(), 2, RepeatAt(dict - 1));
+  auto codes = rig.SearchCodes(GetParam(), 2, RepeatAt(dict - 1));
   ASSERT_EQ(codes.size(), InLastBlock(dict + 1));
   for (size_t i = 0; i + 1 < codes.size(); ++i) ASSERT_FALSE(codes[i].Match) << i;
   EXPECT_EQ(codes.back(), Match(20, dict - 2));
-}
-
-TEST_P(WindowEdgeTest, RepetitionAtTheDictionarySizeIsNotFound) {
-  const uint32_t dict = kztest::DictSizeOf(GetParam());
-  EncoderRig rig;
-  const auto codes = rig.SearchCodes(GetParam(), 2, RepeatAt(dict));
+  codes = rig.SearchCodes(GetParam(), 2, RepeatAt(dict));
   ASSERT_EQ(codes.size(), InLastBlock(dict + 21));
   for (const BlockCode& c : codes) ASSERT_FALSE(c.Match);
 }
@@ -182,13 +178,12 @@ bool ProbeReachedOldest(uint32_t level, int count, bool probeAfterMatch) {
   return last != codes.rend() && *last == Match(8, p.OldestDistanceCode);
 }
 
-TEST(ChainLimitTest, LiteralStepAtLevelOneExaminesFifteenCandidates) {
+// At level 1 a literal step examines 15 candidates, a step after a match
+// 17; the next level reaches further.
+TEST(ChainLimitTest, CandidatesExaminedAtLevelOne) {
   EXPECT_TRUE(ProbeReachedOldest(1, 15, false));
   EXPECT_FALSE(ProbeReachedOldest(1, 16, false));
   EXPECT_TRUE(ProbeReachedOldest(3, 16, false));
-}
-
-TEST(ChainLimitTest, StepAfterAMatchAtLevelOneExaminesSeventeenCandidates) {
   EXPECT_TRUE(ProbeReachedOldest(1, 17, true));
   EXPECT_FALSE(ProbeReachedOldest(1, 18, true));
   EXPECT_TRUE(ProbeReachedOldest(2, 18, true));
