@@ -24,7 +24,6 @@ set(KZ_WINDOWS_LEFT_OUT
   Archives/RegressionTest.NothingLeavesTheDestination/3
   Archives/RegressionTest.NothingLeavesTheDestination/5
   Archives/RegressionTest.NothingLeavesTheDestination/7
-  HostileLinks.APlantedLinkIsNotWrittenThrough
   Paths/NewArchivePath.IsStoredWithoutPrefixAndWithBackslashes/unc_prefix
   Paths/NewArchivePath.IsStoredWithoutPrefixAndWithBackslashes/lower_case_unc
   Paths/NewArchivePath.IsStoredWithoutPrefixAndWithBackslashes/relative)
