@@ -167,13 +167,7 @@ INSTANTIATE_TEST_SUITE_P(
                                {.level = 1, .method = "-lh5-", .name = "huge.bin",
                                 .packed = Bytes(3, 0), .originalSize = 1u << 20, .crc = 0x1234},
                                false}),
-    [](const auto& info) {
-      std::string s = info.param.what;
-      for (char& ch : s) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return s;
-    });
+    kztest::CaseNameFromWhat());
 
 
 // One damaged header between two good members. `fails`: the extraction
@@ -227,13 +221,7 @@ INSTANTIATE_TEST_SUITE_P(
         FieldCase{"method -lh9-", Bad(1, {.method = "-lh9-"}), true},
         FieldCase{"method of control bytes", Bad(1, {.method = std::string("\x1b[2J\x07", 5)}), true},
         FieldCase{"directory with data", Bad(1, {.method = "-lhd-"}), false}),
-    [](const auto& info) {
-      std::string s = info.param.what;
-      for (char& ch : s) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return s;
-    });
+    kztest::CaseNameFromWhat());
 
 
 // Names at the reader's limit of 1023 characters: a single component that
