@@ -74,10 +74,7 @@ class ExtractTest : public ::testing::Test {
     ASSERT_EQ(kztest::OpenArchive(engine_, dir_ / "a.lzh"), 0);
   }
   HRESULT Extract(uint32_t flags = 0) {
-    KzList* all = kztest::NamesList({L"*"});
-    HRESULT hr = engine_.ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(dest()).c_str(), flags);
-    KzList::Free(all);
-    return hr;
+    return kztest::ExtractAll(engine_, dest(), flags);
   }
   fs::path dest() const { return dir_ / "dest"; }
   std::string Read(const std::string& rel) {
@@ -413,9 +410,7 @@ TEST_P(RegressionTest, NothingLeavesTheDestination) {
 
   KzLhaArchiver a;
   ASSERT_EQ(kztest::OpenArchive(a, box / "arc.lzh"), 0);
-  KzList* all = kztest::NamesList({L"*"});
-  HRESULT hr = a.ExtractFiles(all, KZ_SELECT_WILDCARD, EnginePath(box / "dest").c_str(), 0);
-  KzList::Free(all);
+  HRESULT hr = kztest::ExtractAll(a, box / "dest");
 
   if (c.status == 1) {
     EXPECT_LT(hr, 0);
