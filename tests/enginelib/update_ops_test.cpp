@@ -91,19 +91,7 @@ TEST_F(UpdateTest, AddingKeepsEveryOldMemberAndTheStubByteForByte) {
   EXPECT_FALSE(HasTempFiles(dir_.path()));
 }
 
-TEST_F(UpdateTest, ReplacingDropsTheMemberOfTheSameNameWhateverItsCaseAndSeparators) {
-  MakeArchive();
-  auto before = RawMembers(archive());
-  Source("DIR/M2", "replaced");
-  ASSERT_EQ(Add({L"DIR/M2"}), 0);
-  auto after = RawMembers(archive());
-  EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3", L"DIR\\M2"}));
-  EXPECT_EQ(*FindRaw(after, L"m1"), *FindRaw(before, L"m1"));
-  EXPECT_EQ(*FindRaw(after, L"m3"), *FindRaw(before, L"m3"));
-  EXPECT_EQ(Contents(archive())[L"DIR\\M2"], "replaced");
-}
-
-TEST_F(UpdateTest, UpdateAddsOnlySourcesNewerThanTheirMembers) {
+TEST_F(UpdateTest, UpdateReplacesOnlyMembersWithANewerSource) {
   MakeArchive();
   const int64_t memberTime = kz::DosToUnixTime(kMemberTime);
   Source("m1", "older");
@@ -114,14 +102,15 @@ TEST_F(UpdateTest, UpdateAddsOnlySourcesNewerThanTheirMembers) {
   ExpectUntouched();  // nothing newer: the archive was not rewritten
   kztest::WriteFile(dir_ / "old.lzh", old_);
 
-  Source("dir/m2", "newer");
-  SetMTime(src() / "dir" / "m2", memberTime + 100);
-  ASSERT_EQ(Add({L"m1", L"dir/m2", L"m3"}, KZ_ADD_UPDATE), 0);
+  // A newer source replaces its member whatever the case and separators of its name.
+  Source("DIR/M2", "newer");
+  SetMTime(src() / "DIR" / "M2", memberTime + 100);
+  ASSERT_EQ(Add({L"m1", L"DIR/M2", L"m3"}, KZ_ADD_UPDATE), 0);
   auto after = RawMembers(archive());
-  EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3", L"dir\\m2"}));
+  EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3", L"DIR\\M2"}));
   EXPECT_EQ(*FindRaw(after, L"m1"), *FindRaw(RawMembers(dir_ / "old.lzh"), L"m1"));
   EXPECT_EQ(*FindRaw(after, L"m3"), *FindRaw(RawMembers(dir_ / "old.lzh"), L"m3"));
-  EXPECT_EQ(Contents(archive())[L"dir\\m2"], "newer");
+  EXPECT_EQ(Contents(archive())[L"DIR\\M2"], "newer");
 }
 
 TEST_F(UpdateTest, CreateRebuildsTheArchiveFromTheSourcesAlone) {
