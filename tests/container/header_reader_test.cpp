@@ -446,7 +446,26 @@ TEST_F(HeaderReaderTest, EveryFailingReadIsRecorded) {
   }
 }
 
-// ---- name assembly at its limits ---------------------------------------------------
+// ---- name assembly on its own ---------------------------------------------------
+
+// Called directly, the join is refused when the directory has no separator
+// (the reader then falls back to its own join).
+TEST(AssembleNameLimits, JoinsOnlyBehindADirectorySeparator) {
+  const struct {
+    const wchar_t *directory, *fileName;
+    bool assembled;
+    const wchar_t* expected;
+  } cases[] = {{L"a\\b\\", L"dir\\file.txt", true, L"a\\b\\file.txt"}, {L"a\\b", L"f", true, L"a\\f"},
+               {L"docs", L"f", false, L""}, {L"docs\\", L"", true, L"docs"},
+               {L"\\docs\\", L"x", true, L"docs\\x"}, {L"a/b/", L"c/d.txt", true, L"a\\b\\d.txt"}};
+  for (const auto& c : cases) {
+    wchar_t name[1024] = L"";
+    EXPECT_EQ(AssembleMemberName(c.directory, c.fileName, name), c.assembled) << c.directory;
+    if (c.assembled) {
+      EXPECT_STREQ(name, c.expected) << c.directory;
+    }
+  }
+}
 
 TEST(AssembleNameLimits, CutsAt1023Characters) {
   const std::wstring directory = std::wstring(1020, L'd') + L"\\";
