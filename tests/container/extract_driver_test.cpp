@@ -67,10 +67,7 @@ struct RecordingHost {
   static std::string N(const LhaHeader* r) { return kztest::Narrow(r->Name); }
   const ScriptedMember& M(const LhaHeader* r) const { return Members[r->HeaderPos]; }
 
-  HRESULT SetSystemError(const wchar_t*) {
-    Log("SetSystemError");
-    return Status = kz::E_Fail;
-  }
+  HRESULT SetSystemError(const wchar_t*) { Log("SetSystemError"); return Status = kz::E_Fail; }
   int32_t ReadMemberHeader(LhaHeader& record) {
     // The driver hands over a cleared record whose name buffer is empty.
     LhaHeader blank{};
@@ -102,26 +99,14 @@ struct RecordingHost {
     Log("MakeOutputPath " + kztest::Narrow(name));
     path.Name = name;
   }
-  HRESULT PrepareOutputPath(Path& path) {
-    Log("PrepareOutputPath");
-    return ByPath(path).Prepare;
-  }
-  HRESULT BeginExtractItem(LhaHeader* r, Path&) {
-    Log("BeginExtractItem " + N(r));
-    return M(r).Begin;
-  }
+  HRESULT PrepareOutputPath(Path& path) { Log("PrepareOutputPath"); return ByPath(path).Prepare; }
+  HRESULT BeginExtractItem(LhaHeader* r, Path&) { Log("BeginExtractItem " + N(r)); return M(r).Begin; }
   HRESULT CreateItemDirectory(LhaHeader* r, Path&, intptr_t arg) {
     Log("CreateItemDirectory " + N(r) + " " + std::to_string(arg));
     return -1;  // not examined
   }
-  int QueryOverwrite(LhaHeader* r, Path&) {
-    Log("QueryOverwrite " + N(r));
-    return M(r).Overwrite;
-  }
-  HRESULT CreateOutputFile(Path& path) {
-    Log("CreateOutputFile");
-    return ByPath(path).Create;
-  }
+  int QueryOverwrite(LhaHeader* r, Path&) { Log("QueryOverwrite " + N(r)); return M(r).Overwrite; }
+  HRESULT CreateOutputFile(Path& path) { Log("CreateOutputFile"); return ByPath(path).Create; }
   void BeginItemData(LhaHeader* r) { Log("BeginItemData " + N(r)); }
   HRESULT DecodeMember(LhaHeader& r) {
     Log("DecodeMember " + N(&r));
@@ -134,10 +119,7 @@ struct RecordingHost {
     return 0;
   }
   void EndExtractItem(LhaHeader* r, Path&) { Log("EndExtractItem " + N(r)); }
-  HRESULT ItemDone(LhaHeader* r, Path&) {
-    Log("ItemDone " + N(r));
-    return M(r).Done;
-  }
+  HRESULT ItemDone(LhaHeader* r, Path&) { Log("ItemDone " + N(r)); return M(r).Done; }
 
   HRESULT Run() {
     Calls.clear();
@@ -302,10 +284,7 @@ TEST_P(JlhaRoundTrip, DecodesToTheOriginalBytes) {
   for (size_t i = 0; i < inputs["big"].size(); i += 4099) inputs["big"][i] = static_cast<uint8_t>(i >> 5);
   std::vector<std::string> argv{"jlha", "a" + std::to_string(c.Level) + "o" + std::to_string(c.Method) + "q",
                                 (dir / "x.lzh").string()};
-  for (const auto& [name, bytes] : inputs) {
-    kztest::WriteFile(dir / name, bytes);
-    argv.push_back(name);
-  }
+  for (const auto& [name, bytes] : inputs) { kztest::WriteFile(dir / name, bytes); argv.push_back(name); }
   kztest::CommandResult made = kztest::Run(argv, dir.path().string());
   ASSERT_EQ(made.ExitCode, 0) << made.Err;
   HRESULT status = -1;
