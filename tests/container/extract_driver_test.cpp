@@ -293,7 +293,7 @@ TEST_P(JlhaRoundTrip, DecodesToTheOriginalBytes) {
   for (const auto& [name, bytes] : inputs) {
     if (bytes.empty()) continue;  // no data for the callback
     const std::string& decoded = got[kztest::Wide(name)];
-    EXPECT_TRUE(decoded == std::string(bytes.begin(), bytes.end())) << name << ": " << decoded.size() << " bytes";
+    EXPECT_TRUE(decoded == std::string(bytes.begin(), bytes.end())) << name << ": " << decoded.size();
   }
 }
 
@@ -302,7 +302,8 @@ INSTANTIATE_TEST_SUITE_P(MethodsAndLevels, JlhaRoundTrip,
                                            JlhaCase{6, 1}, JlhaCase{6, 2}, JlhaCase{7, 0}, JlhaCase{7, 1},
                                            JlhaCase{7, 2}),
                          [](const auto& info) {
-                           return "lh" + std::to_string(info.param.Method) + "_level" + std::to_string(info.param.Level);
+                           return "lh" + std::to_string(info.param.Method) + "_level" +
+                                  std::to_string(info.param.Level);
                          });
 
 }  // namespace

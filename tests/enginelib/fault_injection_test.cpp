@@ -155,7 +155,8 @@ INSTANTIATE_TEST_SUITE_P(
         UpdateCase{"move", [](KzArchiver& e, const fs::path& s) { return AddItems(e, s, {L"new.txt"}, KZ_ADD_MOVE); }},
         UpdateCase{"create over the old",
                    [](KzArchiver& e, const fs::path& s) { return AddItems(e, s, {L"new.txt"}, KZ_ADD_CREATE); }},
-        UpdateCase{"delete one", [](KzArchiver& e, const fs::path&) { return DeleteItems(e, {L"d\\m2"}, KZ_SELECT_WILDCARD); }},
+        UpdateCase{"delete one",
+                   [](KzArchiver& e, const fs::path&) { return DeleteItems(e, {L"d\\m2"}, KZ_SELECT_WILDCARD); }},
         UpdateCase{"unix: add and replace", [](KzArchiver& e, const fs::path& s) {
                      return AddItems(e, s, {L"subdir/subdir2/hello.txt", L"new.txt"}, 0); }, false, true},
         UpdateCase{"unix: update",
@@ -165,7 +166,8 @@ INSTANTIATE_TEST_SUITE_P(
                    [](KzArchiver& e, const fs::path& s) { return AddItems(e, s, {L"new.txt", L"subdir"}, 0); },
                    true, true},
         UpdateCase{"unix: delete one", [](KzArchiver& e, const fs::path&) {
-                     return DeleteItems(e, {L"subdir\\subdir2\\hello.txt"}, KZ_SELECT_WILDCARD); }, false, true},
+                     return DeleteItems(e, {L"subdir\\subdir2\\hello.txt"}, KZ_SELECT_WILDCARD);
+                   }, false, true},
         UpdateCase{"unix: delete all", [](KzArchiver& e, const fs::path&) {
                      HRESULT hr = DeleteItems(e, {L"*"}, KZ_SELECT_WILDCARD);
                      return hr == KZ_ARC_E_EMPTYARCHIVE ? 0 : hr; }, false, true}),
