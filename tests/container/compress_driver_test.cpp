@@ -133,28 +133,4 @@ TEST_F(CompressDriverTest, AStopFromProgressFailsTheMember) {
   }
 }
 
-// Every stream call of two members, failed in turn: each failure reaches
-// the driver's result and the status, none is lost on the way.
-TEST(CompressDriverFaults, EveryFailedStreamCallFailsTheMember) {
-  const Bytes text = kztest::TextBytes(60000, 10);
-  const Bytes noise = kztest::RandomBytes(20000, 11);
-  auto run = [&](uint64_t nth) {
-    UpdateRig rig;
-    rig.CreateOutput();
-    const auto a = rig.Source("a.txt", text);
-    const auto b = rig.Source("b.bin", noise);
-    kz::fault::Arm(nth, kz::fault::kAll);
-    int32_t r = rig.Compress("a.txt", a);
-    if (r >= 0) r = rig.Compress("b.bin", b);
-    const uint64_t seen = kz::fault::CallsSeen();
-    kz::fault::Disarm();
-    EXPECT_EQ(rig.A().Status, r) << "call " << nth;
-    return std::make_pair(r, seen);
-  };
-  const auto [clean, calls] = run(~uint64_t{0});
-  ASSERT_EQ(clean, 0);
-  ASSERT_GT(calls, 20u);
-  for (uint64_t nth = 1; nth <= calls; ++nth) EXPECT_LT(run(nth).first, 0) << "call " << nth;
-}
-
 }  // namespace
