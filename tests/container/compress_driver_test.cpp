@@ -6,7 +6,6 @@
 #include <filesystem>
 
 #include "container/update_harness.h"
-#include "decode/crc16.h"
 #include "support/archive_builder.h"
 
 namespace {
