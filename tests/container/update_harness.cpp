@@ -9,11 +9,13 @@ namespace kztest {
 
 namespace fs = std::filesystem;
 
-bool LhasaExtract(const fs::path& archive, const fs::path& into, std::string* log) {
+void ExpectLhasaReproduces(const fs::path& archive, const fs::path& into,
+                           const std::vector<std::pair<std::string, Bytes>>& files) {
+  if (!HaveTool("lhasa")) return;
   fs::create_directories(into);
   const CommandResult r = Run({"lhasa", "xfqw=" + into.string(), archive.string()});
-  if (log) *log = r.Out + r.Err;
-  return r.ExitCode == 0;
+  ASSERT_EQ(r.ExitCode, 0) << r.Out << r.Err;
+  for (const auto& [name, content] : files) EXPECT_EQ(ReadFile(into / name), content) << name;
 }
 
 int KZ_CALL ProgressProbe::Progress(void* context, const wchar_t*, uint64_t done, uint64_t) {

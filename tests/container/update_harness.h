@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "archiver/lha_archiver.h"
@@ -14,10 +15,11 @@
 
 namespace kztest {
 
-// Extracts the archive with lhasa into `into`; false (with the output in
-// `log`) when lhasa reports a problem.
-bool LhasaExtract(const std::filesystem::path& archive, const std::filesystem::path& into,
-                  std::string* log = nullptr);
+// Extracts the archive with lhasa into `into` and expects each file there
+// with its contents. Without lhasa nothing is checked: the oracle is
+// optional, the engine's own reader still checks.
+void ExpectLhasaReproduces(const std::filesystem::path& archive, const std::filesystem::path& into,
+                           const std::vector<std::pair<std::string, Bytes>>& files);
 
 // Host callbacks that count progress reports and can ask for a stop.
 struct ProgressProbe {

@@ -39,9 +39,7 @@ SmallArchive MakeSmallArchive(const fs::path& scratch) {
   kztest::WriteFile(scratch / "src" / "c.txt", out.files["c.txt"]);
   KzLhaArchiver encoder;
   EXPECT_EQ(kztest::OpenArchive(encoder, scratch / "lh5.lzh"), 0);
-  kztest::OwnedList items;
-  items.Add(L"c.txt");
-  EXPECT_EQ(encoder.CompressFiles(items.get(), kztest::EnginePath(scratch / "src").c_str(), 0), 0);
+  EXPECT_EQ(kztest::AddItems(encoder, scratch / "src", {L"c.txt"}), 0);
   auto packed = kztest::RawMembers(scratch / "lh5.lzh");
   EXPECT_EQ(packed.size(), 1u);
   EXPECT_EQ(packed[0].Header.Method, 5u);
@@ -167,13 +165,7 @@ INSTANTIATE_TEST_SUITE_P(
                                {.level = 1, .method = "-lh5-", .name = "huge.bin",
                                 .packed = Bytes(3, 0), .originalSize = 1u << 20, .crc = 0x1234},
                                false}),
-    [](const auto& info) {
-      std::string s = info.param.what;
-      for (char& ch : s) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return s;
-    });
+    kztest::CaseNameFromWhat());
 
 
 // One damaged header between two good members. `fails`: the extraction
@@ -227,13 +219,7 @@ INSTANTIATE_TEST_SUITE_P(
         FieldCase{"method -lh9-", Bad(1, {.method = "-lh9-"}), true},
         FieldCase{"method of control bytes", Bad(1, {.method = std::string("\x1b[2J\x07", 5)}), true},
         FieldCase{"directory with data", Bad(1, {.method = "-lhd-"}), false}),
-    [](const auto& info) {
-      std::string s = info.param.what;
-      for (char& ch : s) {
-        if (!isalnum(static_cast<unsigned char>(ch))) ch = '_';
-      }
-      return s;
-    });
+    kztest::CaseNameFromWhat());
 
 
 // Names at the reader's limit of 1023 characters: a single component that
@@ -256,10 +242,7 @@ TEST(BadInput, NamesOf1023CharactersFailOrAreCutCleanly) {
     b.WriteTo(box / "arc.lzh");
     KzLhaArchiver a;
     ASSERT_EQ(kztest::OpenArchive(a, box / "arc.lzh"), 0);
-    kztest::OwnedList all;
-    all.Add(L"*");
-    HRESULT hr =
-        a.ExtractFiles(all.get(), KZ_SELECT_WILDCARD, kztest::EnginePath(box / "dest").c_str(), 0);
+    HRESULT hr = kztest::ExtractAll(a, box / "dest");
     EXPECT_EQ(hr < 0, c.fails) << std::hex << hr;
     std::vector<std::string> files;
     for (const std::string& e : kztest::Tree(box / "dest")) {

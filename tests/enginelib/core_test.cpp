@@ -231,24 +231,4 @@ TEST(LogTest, ErrorsGoToTheLogAndTheMessageCallback) {
   EXPECT_EQ(a.GetLogList()->Count, 0u);
 }
 
-TEST(ProgressTest, AHostThatAsksToStopMakesTheStatusNegative) {
-  Archiver a;
-  ASSERT_EQ(a.Init(), 0);
-  KzCallbacks cb{};
-  cb.Size = sizeof cb;
-  cb.Progress = [](void* ctx, const wchar_t*, uint64_t done, uint64_t total) {
-    *static_cast<uint64_t*>(ctx) = done;
-    return done >= total ? 1 : 0;
-  };
-  uint64_t lastDone = 0;
-  a.SetCallbacks(&cb, &lastDone);
-  a.SetTotalSize(100);
-  a.Transfer.TotalBytes = 40;
-  EXPECT_EQ(a.ReportProgress(), 0);
-  EXPECT_EQ(lastDone, 40u);
-  a.Transfer.TotalBytes = 100;
-  EXPECT_EQ(a.ReportProgress(), KZ_E_ABORT);
-  EXPECT_EQ(a.Status, KZ_E_ABORT);
-}
-
 }  // namespace

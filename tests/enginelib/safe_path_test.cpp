@@ -57,38 +57,26 @@ constexpr uint32_t N = KZ_PATHS_NONE;
 
 INSTANTIATE_TEST_SUITE_P(
     Names, SanitizeTest,
-    ::testing::Values(SanitizeCase{L"a\\b.txt", R, L"a\\b.txt", false},
-                      SanitizeCase{L"a/b.txt", R, L"a\\b.txt", false},
-                      SanitizeCase{L"/etc/passwd", R, L"etc\\passwd", true},
-                      SanitizeCase{L"\\etc\\passwd", R, L"etc\\passwd", true},
-                      SanitizeCase{L"C:\\Windows\\win.ini", R, L"Windows\\win.ini", true},
-                      SanitizeCase{L"c:relative.txt", R, L"relative.txt", true},
-                      SanitizeCase{L"\\\\?\\C:\\x\\y", R, L"x\\y", true},
-                      SanitizeCase{L"\\\\?\\UNC\\server\\share\\f", R, L"server\\share\\f", true},
-                      SanitizeCase{L"\\\\?\\unc\\server\\f", R, L"server\\f", true},
-                      SanitizeCase{L"\\\\.\\pipe\\x", R, L"pipe\\x", true},
-                      SanitizeCase{L"\\\\server\\share\\f", R, L"server\\share\\f", true},
-                      SanitizeCase{L"//server/share/f", R, L"server\\share\\f", true},
-                      SanitizeCase{L"..\\..\\etc\\x", R, L"etc\\x", true},
-                      SanitizeCase{L"a\\..\\..\\b", R, L"a\\b", true},
-                      SanitizeCase{L"a/../../../../tmp/x", R, L"a\\tmp\\x", true},
-                      SanitizeCase{L"./a/./b", R, L"a\\b", false},
-                      SanitizeCase{L"a//b\\\\c\\", R, L"a\\b\\c", false},
-                      SanitizeCase{L"a\\...\\b", R, L"a\\b", true},
-                      SanitizeCase{L"a\\.. \\b", R, L"a\\b", true},
-                      SanitizeCase{L"..", R, L"", true}, SanitizeCase{L"\\", R, L"", true},
-                      SanitizeCase{L"C:", R, L"", true}, SanitizeCase{L"", R, L"", false},
-                      SanitizeCase{L"x\x1b[31my", R, L"x_[31my", false},
-                      SanitizeCase{L"tab\there\nline", R, L"tab_here_line", false},
-                      SanitizeCase{L"del\x7f", R, L"del_", false},
-                      SanitizeCase{L"csi\x9b"
-                                   L"2J",
-                                   R, L"csi_2J", false},
-                      SanitizeCase{L".hidden\\f", R, L".hidden\\f", false},
-                      SanitizeCase{L"dir\\sub\\f.txt", N, L"f.txt", false},
-                      SanitizeCase{L"../../x", N, L"x", true},
-                      SanitizeCase{L"dir\\", N, L"dir", false},
-                      SanitizeCase{L"/abs/..", N, L"abs", true}));
+    ::testing::Values(
+        SanitizeCase{L"a\\b.txt", R, L"a\\b.txt", false}, SanitizeCase{L"a/b.txt", R, L"a\\b.txt", false},
+        SanitizeCase{L"/etc/passwd", R, L"etc\\passwd", true}, SanitizeCase{L"\\etc\\passwd", R, L"etc\\passwd", true},
+        SanitizeCase{L"C:\\Windows\\win.ini", R, L"Windows\\win.ini", true},
+        SanitizeCase{L"c:relative.txt", R, L"relative.txt", true}, SanitizeCase{L"\\\\?\\C:\\x\\y", R, L"x\\y", true},
+        SanitizeCase{L"\\\\?\\UNC\\server\\share\\f", R, L"server\\share\\f", true},
+        SanitizeCase{L"\\\\?\\unc\\server\\f", R, L"server\\f", true},
+        SanitizeCase{L"\\\\.\\pipe\\x", R, L"pipe\\x", true},
+        SanitizeCase{L"\\\\server\\share\\f", R, L"server\\share\\f", true},
+        SanitizeCase{L"//server/share/f", R, L"server\\share\\f", true},
+        SanitizeCase{L"..\\..\\etc\\x", R, L"etc\\x", true}, SanitizeCase{L"a\\..\\..\\b", R, L"a\\b", true},
+        SanitizeCase{L"a/../../../../tmp/x", R, L"a\\tmp\\x", true}, SanitizeCase{L"./a/./b", R, L"a\\b", false},
+        SanitizeCase{L"a//b\\\\c\\", R, L"a\\b\\c", false}, SanitizeCase{L"a\\...\\b", R, L"a\\b", true},
+        SanitizeCase{L"a\\.. \\b", R, L"a\\b", true}, SanitizeCase{L"..", R, L"", true},
+        SanitizeCase{L"\\", R, L"", true}, SanitizeCase{L"C:", R, L"", true}, SanitizeCase{L"", R, L"", false},
+        SanitizeCase{L"x\x1b[31my", R, L"x_[31my", false}, SanitizeCase{L"tab\there\nline", R, L"tab_here_line", false},
+        SanitizeCase{L"del\x7f", R, L"del_", false}, SanitizeCase{L"csi\x9b" L"2J", R, L"csi_2J", false},
+        SanitizeCase{L".hidden\\f", R, L".hidden\\f", false}, SanitizeCase{L"dir\\sub\\f.txt", N, L"f.txt", false},
+        SanitizeCase{L"../../x", N, L"x", true}, SanitizeCase{L"dir\\", N, L"dir", false},
+        SanitizeCase{L"/abs/..", N, L"abs", true}));
 
 TEST(SafePathTest, NullNameIsEmpty) {
   EXPECT_TRUE(kz::SanitizeMemberPath(nullptr, R).Path.empty());
@@ -114,14 +102,10 @@ TEST(SafePathTest, ArchiveNamesLoseRootsAndClimbsButKeepTheirCharacters) {
 }
 
 TEST(SafePathTest, AbsolutePaths) {
-  EXPECT_TRUE(kz::IsAbsolutePath(L"/x"));
-  EXPECT_TRUE(kz::IsAbsolutePath(L"\\x"));
-  EXPECT_TRUE(kz::IsAbsolutePath(L"C:\\x"));
-  EXPECT_TRUE(kz::IsAbsolutePath(L"C:x"));
-  EXPECT_FALSE(kz::IsAbsolutePath(L"x"));
-  EXPECT_FALSE(kz::IsAbsolutePath(L"./x"));
-  EXPECT_FALSE(kz::IsAbsolutePath(L""));
-  EXPECT_FALSE(kz::IsAbsolutePath(nullptr));
+  for (const wchar_t* path : {L"/x", L"\\x", L"C:\\x", L"C:x"}) EXPECT_TRUE(kz::IsAbsolutePath(path)) << path;
+  for (const wchar_t* path : {L"x", L"./x", L"", static_cast<const wchar_t*>(nullptr)}) {
+    EXPECT_FALSE(kz::IsAbsolutePath(path)) << (path ? path : L"null");
+  }
 }
 
 TEST(SafePathTest, MemberNamesCompareWithSeparatorsAlikeAndAsciiCaseIgnored) {
@@ -272,29 +256,16 @@ TEST(FsTest, EveryCallThatCanFailHonoursTheFaultSeam) {
     uint32_t kind;
     std::function<BOOL()> call;
   } cases[] = {
-      {"QueryEntry", kz::fault::kOpen,
-       [&] {
-         kz::fs::EntryInfo i;
-         return kz::fs::QueryEntry(f.c_str(), i);
-       }},
-      {"QueryTarget", kz::fault::kOpen,
-       [&] {
-         kz::fs::EntryInfo i;
-         return kz::fs::QueryTarget(f.c_str(), i);
-       }},
+      {"QueryEntry", kz::fault::kOpen, [&] { kz::fs::EntryInfo i; return kz::fs::QueryEntry(f.c_str(), i); }},
+      {"QueryTarget", kz::fault::kOpen, [&] { kz::fs::EntryInfo i; return kz::fs::QueryTarget(f.c_str(), i); }},
       {"ListDirectory", kz::fault::kOpen,
-       [&] {
-         std::vector<kz::fs::DirEntry> e;
-         return kz::fs::ListDirectory(d.c_str(), e);
-       }},
+       [&] { std::vector<kz::fs::DirEntry> e; return kz::fs::ListDirectory(d.c_str(), e); }},
       {"MakeDirectory", kz::fault::kCreate, [&] { return kz::fs::MakeDirectory(n.c_str()); }},
       {"MakeDirectories", kz::fault::kCreate, [&] { return kz::fs::MakeDirectories(n.c_str()); }},
-      {"ReplaceFile", kz::fault::kRename,
-       [&] { return kz::fs::ReplaceFile(f.c_str(), n.c_str()); }},
+      {"ReplaceFile", kz::fault::kRename, [&] { return kz::fs::ReplaceFile(f.c_str(), n.c_str()); }},
       {"RemoveFile", kz::fault::kRename, [&] { return kz::fs::RemoveFile(f.c_str()); }},
       {"SetModTime", kz::fault::kWrite, [&] { return kz::fs::SetModTime(f.c_str(), 0); }},
-      {"SetPermissions", kz::fault::kWrite,
-       [&] { return kz::fs::SetPermissions(f.c_str(), 0600); }},
+      {"SetPermissions", kz::fault::kWrite, [&] { return kz::fs::SetPermissions(f.c_str(), 0600); }},
       {"SyncFile", kz::fault::kWrite, [&] { return kz::fs::SyncFile(f.c_str()); }},
       {"SyncDirectory", kz::fault::kWrite, [&] { return kz::fs::SyncDirectory(d.c_str()); }},
   };

@@ -42,6 +42,26 @@ HRESULT OpenArchive(KzLhaArchiver& engine, const fs::path& archive) {
   return hr < 0 ? hr : engine.InitArchive(EnginePath(archive).c_str(), 0, 0);
 }
 
+HRESULT ExtractAll(KzArchiver& engine, const fs::path& dest, uint32_t flags) {
+  OwnedList all;
+  all.Add(L"*");
+  return engine.ExtractFiles(all.get(), KZ_SELECT_WILDCARD, EnginePath(dest).c_str(), flags);
+}
+
+HRESULT AddItems(KzArchiver& engine, const fs::path& base, const std::vector<std::wstring>& items,
+                 uint32_t flags) {
+  OwnedList list;
+  for (const std::wstring& item : items) list.Add(item);
+  const std::wstring baseDir = EnginePath(base);
+  return engine.CompressFiles(list.get(), base.empty() ? nullptr : baseDir.c_str(), flags);
+}
+
+HRESULT DeleteItems(KzArchiver& engine, const std::vector<std::wstring>& names, intptr_t flags) {
+  OwnedList list;
+  for (const std::wstring& name : names) list.Add(name);
+  return engine.DeleteFiles(list.get(), flags);
+}
+
 MemberSpec StoredSpec(const std::string& name, const std::string& content, uint32_t time) {
   MemberSpec spec;
   spec.level = 0;

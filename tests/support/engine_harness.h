@@ -42,6 +42,14 @@ class OwnedList {
 // Init and InitArchive; the status of the first that fails.
 HRESULT OpenArchive(KzLhaArchiver& engine, const std::filesystem::path& archive);
 
+// The engine's operations with their names lists made here: every member
+// ("*" as a wildcard) into `dest`; items added from `base` (none: no base
+// directory); members deleted.
+HRESULT ExtractAll(KzArchiver& engine, const std::filesystem::path& dest, uint32_t flags = 0);
+HRESULT AddItems(KzArchiver& engine, const std::filesystem::path& base,
+                 const std::vector<std::wstring>& items, uint32_t flags = 0);
+HRESULT DeleteItems(KzArchiver& engine, const std::vector<std::wstring>& names, intptr_t flags);
+
 // A level-0 stored member whose sizes and CRC match `content`.
 MemberSpec StoredSpec(const std::string& name, const std::string& content, uint32_t time = 0);
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 #endif
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -133,6 +134,13 @@ bool HaveTool(const std::string& name) {
 fs::path SharedArchive(const std::string& relative) { return fs::path(KZ_SHARED_ARCHIVES) / relative; }
 std::string EngineModulePath() { return KZ_ENGINE_MODULE; }
 std::string CliPath() { return KZ_CLI_PATH; }
+
+std::string CaseName(std::string text) {
+  for (char& c : text) {
+    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+  }
+  return text;
+}
 
 std::wstring Wide(const std::string& s) {
   std::wstring w;

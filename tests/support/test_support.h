@@ -52,6 +52,16 @@ std::filesystem::path SharedArchive(const std::string& relative);
 std::string EngineModulePath();
 std::string CliPath();
 
+// A parameterized case's name from its text: anything but a letter or a
+// digit becomes '_'. CaseNameFromWhat names a case by its `what` field.
+std::string CaseName(std::string text);
+struct CaseNameFromWhat {
+  template <typename Info>
+  std::string operator()(const Info& info) const {
+    return CaseName(info.param.what);
+  }
+};
+
 // Wide <-> UTF-8 for building engine paths in tests.
 std::wstring Wide(const std::string& s);
 std::string Narrow(const std::wstring& s);
