@@ -97,8 +97,10 @@ inline const uint8_t* EncoderBase::EmitCode(const uint8_t* q, bool match, Put&& 
   put(CharLen[c], CharCode[c]);
   const uint32_t p = (uint32_t{q[1]} << 8) | q[2];
   const uint32_t k = static_cast<uint32_t>(std::bit_width(p));
-  put(AuxLen[k], AuxCode[k]);
-  if (k > 1) put(k - 1, p & (0xFFFFu >> (17 - k)));
+  // The position code and the bits below p's leading one leave together:
+  // at most 16 + 15 bits.
+  const uint32_t extra = k > 1 ? k - 1 : 0;
+  put(AuxLen[k] + extra, (uint32_t{AuxCode[k]} << extra) | (p & ((1u << extra) - 1)));
   return q + 3;
 }
 
@@ -107,7 +109,7 @@ inline const uint8_t* EncoderBase::EmitCode(const uint8_t* q, bool match, Put&& 
 // locals; within a code's reach of the buffer's end they take the exact
 // path of PutBits, which writes the full buffer.
 void EncoderBase::WriteCodes(uint32_t size) {
-  constexpr uint32_t kCodeBytes = 12;  // a match's 47 bits leave in at most three words
+  constexpr uint32_t kCodeBytes = 8;  // a match: two puts, each draining at most one word
   const uint8_t* q = BlockBuffer;
   uint64_t acc = BitAcc;
   uint32_t count = BitCount;
