@@ -1,5 +1,7 @@
 #include "support/test_support.h"
 
+#include "platform/utf8.h"
+
 #ifndef _WIN32
 #include <fcntl.h>
 #include <poll.h>
@@ -158,24 +160,7 @@ std::wstring Wide(const std::string& s) {
 
 std::string Narrow(const std::wstring& w) {
   std::string s;
-  for (wchar_t wc : w) {
-    uint32_t c = static_cast<uint32_t>(wc);
-    if (c < 0x80) {
-      s.push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-      s.push_back(static_cast<char>(0xC0 | (c >> 6)));
-      s.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else if (c < 0x10000) {
-      s.push_back(static_cast<char>(0xE0 | (c >> 12)));
-      s.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      s.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else {
-      s.push_back(static_cast<char>(0xF0 | (c >> 18)));
-      s.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-      s.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      s.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    }
-  }
+  for (wchar_t wc : w) kz::utf8::Append(s, static_cast<uint32_t>(wc));
   return s;
 }
 
