@@ -183,9 +183,10 @@ void EncoderCore<P>::FindMatch() {
   for (;;) {
     // 3.
     uint32_t counter = ChainLimit;
-    // Signed: a link may lead below position 0 once the text has slid.
-    int32_t s = static_cast<int32_t>(Heads()[h]);
-    const int32_t lowest = static_cast<int32_t>(pos > kDict ? pos - kDict + off : off);
+    // Signed and wide: a link may lead below position 0 once the text has
+    // slid, and the candidates index the text without a conversion.
+    intptr_t s = Heads()[h];
+    const intptr_t lowest = static_cast<intptr_t>(pos > kDict ? pos - kDict + off : off);
     const uint8_t* const sources = text - off;  // candidate s is tried as source s - off
     // 4.
     uint8_t mark = 0;  // what the walk leaves in crowded[h]: 0 ran out, 1 cut, 2 as it was
@@ -193,49 +194,53 @@ void EncoderCore<P>::FindMatch() {
     // word of the bytes up to one past the best match: the first bytes
     // while the match is short, else the 8 that end it. One load, one
     // compare per candidate; the full comparison follows only on agreement.
-    int32_t window = 0;
-    uint64_t word = 0, mask = 0;
+    const uint8_t* probe;  // sources + window: candidate c's word is at probe + c
+    uint64_t word, mask;
     auto aim = [&] {
-      window = matchLen < 8 ? 0 : matchLen - 7;
+      const int32_t window = matchLen < 8 ? 0 : matchLen - 7;
+      probe = sources + window;
       word = Load64(here + window);
       mask = FirstBytesMask(matchLen - window);
     };
     aim();
-    // Tries candidate c; true when the walk ends on a match of full length.
-    auto tryCandidate = [&](int32_t c) {
-      const uint8_t* const source = sources + c;
-      if (((Load64(source + window) ^ word) & mask) != 0) return false;
-      const int32_t len = CommonLength(source, here, max);
+    auto agrees = [&](intptr_t c) { return ((Load64(probe + c) ^ word) & mask) == 0; };
+    // Compares a candidate that agrees; true when the walk ends on a match
+    // of full length.
+    auto longer = [&](intptr_t c) {
+      const int32_t len = CommonLength(sources + c, here, max);
       if (len <= matchLen) return false;
       matchLen = len;
-      matchPos = static_cast<uint32_t>(c) - off;
+      matchPos = static_cast<uint32_t>(c - off);
       if (len == max) return true;
       aim();
       return false;
     };
+    // Two candidates per pass: one entry gives both successors.
     while (s > lowest) {
       if (--counter == 0) {
         mark = 1;
         break;
       }
-      // Both successors in flight while s is tested.
       const uint32_t entry = links[s & (kDict - 1)];
-      const int32_t next = s - static_cast<int32_t>(entry & 0xFFFF);
-      const int32_t after = s - static_cast<int32_t>(entry >> 16);
-      if (tryCandidate(s)) {
-        mark = 2;
-        break;
+      if (agrees(s)) [[unlikely]] {
+        if (longer(s)) {
+          mark = 2;
+          break;
+        }
       }
+      const intptr_t next = s - (entry & 0xFFFF);
       if (next <= lowest) break;
       if (--counter == 0) {
         mark = 1;
         break;
       }
-      if (tryCandidate(next)) {
-        mark = 2;
-        break;
+      if (agrees(next)) [[unlikely]] {
+        if (longer(next)) {
+          mark = 2;
+          break;
+        }
       }
-      s = after;
+      s -= entry >> 16;
     }
     // 5.
     if (mark != 2) crowded[h] = mark;
