@@ -131,6 +131,7 @@ inline void EncoderCore<P>::SkipInserting(int32_t count) {
   uint32_t pos = Pos;
   uint32_t hash = HashValue;
   int32_t remaining = Remaining;
+  uint32_t entry = links[pos & (P.DictSize - 1)];  // the last position linked, into bucket hash
   for (; count > 0; --count) {
     --remaining;
     ++pos;
@@ -141,8 +142,19 @@ inline void EncoderCore<P>::SkipInserting(int32_t count) {
       pos = Pos;
       remaining = Remaining;
     }
-    hash = ((hash << P.HashShift) ^ text[pos + 2]) & kMask;
+    const uint32_t next = ((hash << P.HashShift) ^ text[pos + 2]) & kMask;
+    if (next == hash) {
+      // A run: the bucket's head is the position just linked, whose entry
+      // is still in a register, so no load waits on the store before it.
+      const uint32_t skip = 1 + (entry & 0xFFFF);
+      entry = 1 | (skip < kLinkEnd ? skip : kLinkEnd) << 16;
+      links[pos & (P.DictSize - 1)] = entry;
+      heads[hash] = static_cast<HeadEntry>(pos);
+      continue;
+    }
+    hash = next;
     Link(heads, links, hash, pos);
+    entry = links[pos & (P.DictSize - 1)];
   }
   Pos = pos;
   HashValue = hash;
