@@ -76,14 +76,6 @@ struct Lh1BitInput {
       Refill(need);
   }
 
-  uint32_t ReadBit() {
-    Ensure(9);
-    uint32_t bit = static_cast<uint32_t>(Bits >> 63);
-    Bits <<= 1;
-    --Count;
-    return bit;
-  }
-
   [[gnu::noinline]] void Refill(uint32_t need) {
     while (Count <= 56) {
       if (Next + 8 <= End) {
@@ -207,11 +199,26 @@ uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
   uint32_t node = R;
   uint32_t c = static_cast<uint32_t>(NodeChild[R]);
   path[depth++] = static_cast<uint16_t>(node);
+  // The reader's bits stay in registers for the walk: through the reader
+  // they would make a round trip through memory at every level.
+  uint64_t bits = in.Bits;
+  uint32_t count = in.Count;
   while (c < T) {
-    node = c + in.ReadBit();
+    if (count < 9) [[unlikely]] {
+      in.Bits = bits;
+      in.Count = count;
+      in.Refill(9);
+      bits = in.Bits;
+      count = in.Count;
+    }
+    node = c + static_cast<uint32_t>(bits >> 63);
+    bits <<= 1;
+    --count;
     path[depth++] = static_cast<uint16_t>(node);
     c = static_cast<uint32_t>(NodeChild[node]);
   }
+  in.Bits = bits;
+  in.Count = count;
   UpdateTree(path, depth);
   return c - T;
 }
