@@ -48,10 +48,29 @@ class KZLIB_API FileStream {
   void SetWriteBehind(bool on) { writeBehind_ = on; }
 
  private:
+  // The stream keeps its own position and does all I/O at explicit offsets.
+  // Small reads (header fields, names) are served from a window read ahead
+  // of them, so that a scan over many members does not cost a system call
+  // per field; large reads and all writes go straight to the file, and a
+  // write drops the window.
+  static constexpr uint32_t kWindowBytes = 16384;
+  static constexpr uint32_t kSmallRead = 2048;
+  BOOL ReadFrom(uint64_t offset, uint8_t* out, uint32_t length, uint32_t* done);
+  void ResetPosition();
+  // The system's side (file_stream_posix.cpp, file_stream_win32.cpp): reads
+  // until `length` bytes or the end of the file, writes all or fails.
+  BOOL RawReadAt(uint64_t offset, uint8_t* out, uint32_t length, uint32_t* done);
+  BOOL RawWriteAt(uint64_t offset, const uint8_t* in, uint32_t length, uint32_t* done);
+  BOOL RawTruncate(uint64_t size);
+  static BOOL NotOpen();
+
+  uint64_t position_ = 0;
+  uint8_t* window_ = nullptr;  // kWindowBytes, allocated on first use
+  uint64_t windowStart_ = 0;
+  uint32_t windowLength_ = 0;  // 0: nothing read ahead
 #ifdef _WIN32
   void* handle_;
 #else
-  BOOL ReadLoop(int64_t offset, void* buffer, uint32_t length, uint32_t* countRead);
   int fd_;
   uint32_t unsent_ = 0;  // bytes written since writeback was last started
 #endif

@@ -33,7 +33,15 @@ std::string SystemPath(const wchar_t* path) {
 
 FileStream::FileStream() : fd_(-1) {}
 
-FileStream::~FileStream() { Close(); }
+FileStream::~FileStream() {
+  Close();
+  delete[] window_;
+}
+
+BOOL FileStream::NotOpen() {
+  errno = EBADF;
+  return Fail();
+}
 
 bool FileStream::IsOpen() const { return fd_ >= 0; }
 
@@ -42,6 +50,7 @@ BOOL FileStream::Open(const wchar_t* path, DWORD access, DWORD share, DWORD disp
   if (disposition != OPEN_EXISTING) return Create(path, access, share, disposition, flags, reserved);
   Close();
   name_ = path;
+  ResetPosition();
   if (kz::fault::ShouldFail(kz::fault::kOpen)) return 0;
   int mode = (access & GENERIC_WRITE) ? ((access & GENERIC_READ) ? O_RDWR : O_WRONLY) : O_RDONLY;
   int fd = ::open(SystemPath(path).c_str(), mode | O_CLOEXEC);
@@ -61,6 +70,7 @@ BOOL FileStream::Create(const wchar_t* path, DWORD access, DWORD share, DWORD di
                         DWORD attributes, intptr_t reserved) {
   Close();
   name_ = path;
+  ResetPosition();
   if (kz::fault::ShouldFail(kz::fault::kCreate)) return 0;
   int mode = (access & GENERIC_READ) && (access & GENERIC_WRITE) ? O_RDWR
              : (access & GENERIC_WRITE)                          ? O_WRONLY
@@ -80,60 +90,31 @@ BOOL FileStream::Create(const wchar_t* path, DWORD access, DWORD share, DWORD di
   return 1;
 }
 
-// Reads until `length` bytes or the end of the file (offset < 0: at the
-// current position); zero-fills what was not delivered.
-BOOL FileStream::ReadLoop(int64_t offset, void* buffer, uint32_t length, uint32_t* countRead) {
-  if (countRead) *countRead = 0;
-  if (fd_ < 0) {
-    errno = EBADF;
-    return Fail();
-  }
-  if (kz::fault::ShouldFail(kz::fault::kRead)) return 0;
-  auto* out = static_cast<uint8_t*>(buffer);
-  uint32_t done = 0;
-  while (done < length) {
-    ssize_t n = offset < 0 ? ::read(fd_, out + done, length - done)
-                           : ::pread(fd_, out + done, length - done, static_cast<off_t>(offset + done));
+BOOL FileStream::RawReadAt(uint64_t offset, uint8_t* out, uint32_t length, uint32_t* done) {
+  *done = 0;
+  while (*done < length) {
+    const ssize_t n = ::pread(fd_, out + *done, length - *done, static_cast<off_t>(offset + *done));
     if (n < 0) {
       if (errno == EINTR) continue;
       return Fail();
     }
     if (n == 0) break;
-    done += static_cast<uint32_t>(n);
+    *done += static_cast<uint32_t>(n);
   }
-  if (done < length) std::memset(out + done, 0, length - done);
-  if (countRead) *countRead = done;
   return 1;
 }
 
-BOOL FileStream::Read(void* buffer, uint32_t length, uint32_t* countRead, intptr_t) {
-  return ReadLoop(-1, buffer, length, countRead);
-}
-
-BOOL FileStream::ReadAt(uint64_t offset, void* buffer, uint32_t length, uint32_t* countRead) {
-  return ReadLoop(static_cast<int64_t>(offset), buffer, length, countRead);
-}
-
-BOOL FileStream::Write(const void* buffer, uint32_t length, uint32_t* countWritten, intptr_t) {
-  if (countWritten) *countWritten = 0;
-  if (fd_ < 0) {
-    errno = EBADF;
-    return Fail();
-  }
-  if (kz::fault::ShouldFail(kz::fault::kWrite)) return 0;
-  const auto* in = static_cast<const uint8_t*>(buffer);
-  uint32_t done = 0;
-  while (done < length) {
-    ssize_t n = ::write(fd_, in + done, length - done);
+BOOL FileStream::RawWriteAt(uint64_t offset, const uint8_t* in, uint32_t length, uint32_t* done) {
+  *done = 0;
+  while (*done < length) {
+    const ssize_t n = ::pwrite(fd_, in + *done, length - *done, static_cast<off_t>(offset + *done));
     if (n < 0) {
       if (errno == EINTR) continue;
-      if (countWritten) *countWritten = done;
       return Fail();
     }
-    done += static_cast<uint32_t>(n);
+    *done += static_cast<uint32_t>(n);
   }
-  if (countWritten) *countWritten = done;
-  if (writeBehind_ && (unsent_ += done) >= kWriteBehindBytes) {
+  if (writeBehind_ && (unsent_ += *done) >= kWriteBehindBytes) {
     // Starts writeback of the dirty pages and returns; a failure here only
     // leaves the work to the final flush.
     ::sync_file_range(fd_, 0, 0, SYNC_FILE_RANGE_WRITE);
@@ -142,14 +123,8 @@ BOOL FileStream::Write(const void* buffer, uint32_t length, uint32_t* countWritt
   return 1;
 }
 
-BOOL FileStream::Seek(int64_t offset, uint32_t origin, intptr_t) {
-  if (fd_ < 0) {
-    errno = EBADF;
-    return Fail();
-  }
-  if (kz::fault::ShouldFail(kz::fault::kSeek)) return 0;
-  int whence = origin == 0 ? SEEK_SET : origin == 1 ? SEEK_CUR : SEEK_END;
-  if (::lseek(fd_, static_cast<off_t>(offset), whence) < 0) return Fail();
+BOOL FileStream::RawTruncate(uint64_t size) {
+  if (::ftruncate(fd_, static_cast<off_t>(size)) != 0) return Fail();
   return 1;
 }
 
@@ -158,29 +133,13 @@ void FileStream::Close() {
     ::close(fd_);
     fd_ = -1;
   }
-}
-
-uint64_t FileStream::GetPosition() {
-  if (fd_ < 0) return 0;
-  off_t pos = ::lseek(fd_, 0, SEEK_CUR);
-  return pos < 0 ? 0 : static_cast<uint64_t>(pos);
+  ResetPosition();
 }
 
 BOOL FileStream::GetSize(uint64_t* size) {
   struct stat st;
   if (fd_ < 0 || fstat(fd_, &st) != 0) return Fail();
   if (size) *size = static_cast<uint64_t>(st.st_size);
-  return 1;
-}
-
-BOOL FileStream::SetEnd() {
-  if (fd_ < 0) {
-    errno = EBADF;
-    return Fail();
-  }
-  if (kz::fault::ShouldFail(kz::fault::kTruncate)) return 0;
-  off_t pos = ::lseek(fd_, 0, SEEK_CUR);
-  if (pos < 0 || ::ftruncate(fd_, pos) != 0) return Fail();
   return 1;
 }
 

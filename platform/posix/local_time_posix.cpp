@@ -17,6 +17,15 @@ bool LocalFromUnix(int64_t unixTime, CivilTime& local) {
 }
 
 int64_t UnixFromLocal(const CivilTime& local) {
+  // mktime looks at the zone file again on every call (a system call each);
+  // the members of an archive mostly share a few time stamps.
+  thread_local CivilTime lastLocal{0, 0, 0, 0, 0, 0};
+  thread_local int64_t lastResult = -1;
+  if (local.Year == lastLocal.Year && local.Month == lastLocal.Month && local.Day == lastLocal.Day &&
+      local.Hour == lastLocal.Hour && local.Minute == lastLocal.Minute &&
+      local.Second == lastLocal.Second) {
+    return lastResult;
+  }
   struct tm tm {};
   tm.tm_year = local.Year - 1900;
   tm.tm_mon = local.Month - 1;
@@ -25,7 +34,9 @@ int64_t UnixFromLocal(const CivilTime& local) {
   tm.tm_min = local.Minute;
   tm.tm_sec = local.Second;
   tm.tm_isdst = -1;
-  return static_cast<int64_t>(mktime(&tm));
+  lastResult = static_cast<int64_t>(mktime(&tm));
+  lastLocal = local;
+  return lastResult;
 }
 
 int64_t UtcOffsetAt(int64_t unixTime) {

@@ -13,33 +13,30 @@ namespace {
 using kz::platform::win32::FileTimeFromUnix;
 using kz::platform::win32::UnixFromFileTime;
 
-BOOL NotOpen() {
-  SetLastError(ERROR_INVALID_HANDLE);
-  return 0;
-}
-
 HANDLE AsHandle(void* h) { return static_cast<HANDLE>(h); }
 
-// ReadFile and WriteFile take 32-bit counts and may deliver less than asked.
-BOOL ReadFully(HANDLE h, uint8_t* out, uint32_t length, uint32_t* done) {
-  *done = 0;
-  while (*done < length) {
-    DWORD got = 0;
-    if (!ReadFile(h, out + *done, length - *done, &got, nullptr)) {
-      if (GetLastError() == ERROR_HANDLE_EOF) break;
-      return 0;
-    }
-    if (got == 0) break;
-    *done += got;
-  }
-  return 1;
+// Reads and writes at an explicit offset: the handle's own file pointer is
+// never relied on.
+OVERLAPPED At(uint64_t offset) {
+  OVERLAPPED o{};
+  o.Offset = static_cast<DWORD>(offset);
+  o.OffsetHigh = static_cast<DWORD>(offset >> 32);
+  return o;
 }
 
 }  // namespace
 
 FileStream::FileStream() : handle_(INVALID_HANDLE_VALUE) {}
 
-FileStream::~FileStream() { Close(); }
+FileStream::~FileStream() {
+  Close();
+  delete[] window_;
+}
+
+BOOL FileStream::NotOpen() {
+  SetLastError(ERROR_INVALID_HANDLE);
+  return 0;
+}
 
 bool FileStream::IsOpen() const { return handle_ != INVALID_HANDLE_VALUE; }
 
@@ -48,6 +45,7 @@ BOOL FileStream::Open(const wchar_t* path, DWORD access, DWORD share, DWORD disp
   if (disposition != OPEN_EXISTING) return Create(path, access, share, disposition, flags, reserved);
   Close();
   name_ = path;
+  ResetPosition();
   if (kz::fault::ShouldFail(kz::fault::kOpen)) return 0;
   // A directory fails here with ERROR_ACCESS_DENIED (no backup semantics).
   HANDLE h = CreateFileW(kz::platform::ToSystemPath(path).c_str(), access,
@@ -62,6 +60,7 @@ BOOL FileStream::Create(const wchar_t* path, DWORD access, DWORD share, DWORD di
                         DWORD attributes, intptr_t) {
   Close();
   name_ = path;
+  ResetPosition();
   if (kz::fault::ShouldFail(kz::fault::kCreate)) return 0;
   DWORD attrs = attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_HIDDEN);
   // The link itself is opened, never its target: a link where a new file
@@ -80,78 +79,44 @@ BOOL FileStream::Create(const wchar_t* path, DWORD access, DWORD share, DWORD di
   return 1;
 }
 
-BOOL FileStream::Read(void* buffer, uint32_t length, uint32_t* countRead, intptr_t) {
-  if (countRead) *countRead = 0;
-  if (!IsOpen()) return NotOpen();
-  if (kz::fault::ShouldFail(kz::fault::kRead)) return 0;
-  auto* out = static_cast<uint8_t*>(buffer);
-  uint32_t done = 0;
-  if (!ReadFully(AsHandle(handle_), out, length, &done)) return 0;
-  if (done < length) std::memset(out + done, 0, length - done);
-  if (countRead) *countRead = done;
-  return 1;
-}
-
-BOOL FileStream::ReadAt(uint64_t offset, void* buffer, uint32_t length, uint32_t* countRead) {
-  if (countRead) *countRead = 0;
-  if (!IsOpen()) return NotOpen();
-  if (kz::fault::ShouldFail(kz::fault::kRead)) return 0;
-  // Like pread: the stream's position is the same afterwards.
-  HANDLE h = AsHandle(handle_);
-  LARGE_INTEGER zero{};
-  LARGE_INTEGER saved{};
-  LARGE_INTEGER at{};
-  at.QuadPart = static_cast<LONGLONG>(offset);
-  if (!SetFilePointerEx(h, zero, &saved, FILE_CURRENT) || !SetFilePointerEx(h, at, nullptr, FILE_BEGIN)) {
-    return 0;
-  }
-  auto* out = static_cast<uint8_t*>(buffer);
-  uint32_t done = 0;
-  BOOL ok = ReadFully(h, out, length, &done);
-  DWORD error = GetLastError();
-  SetFilePointerEx(h, saved, nullptr, FILE_BEGIN);
-  if (!ok) {
-    SetLastError(error);
-    return 0;
-  }
-  if (done < length) std::memset(out + done, 0, length - done);
-  if (countRead) *countRead = done;
-  return 1;
-}
-
-BOOL FileStream::Write(const void* buffer, uint32_t length, uint32_t* countWritten, intptr_t) {
-  if (countWritten) *countWritten = 0;
-  if (!IsOpen()) return NotOpen();
-  if (kz::fault::ShouldFail(kz::fault::kWrite)) return 0;
-  const auto* in = static_cast<const uint8_t*>(buffer);
-  uint32_t done = 0;
-  while (done < length) {
-    DWORD put = 0;
-    if (!WriteFile(AsHandle(handle_), in + done, length - done, &put, nullptr)) {
-      if (countWritten) *countWritten = done;
+// ReadFile and WriteFile take 32-bit counts and may deliver less than asked.
+BOOL FileStream::RawReadAt(uint64_t offset, uint8_t* out, uint32_t length, uint32_t* done) {
+  *done = 0;
+  while (*done < length) {
+    DWORD got = 0;
+    OVERLAPPED at = At(offset + *done);
+    if (!ReadFile(AsHandle(handle_), out + *done, length - *done, &got, &at)) {
+      if (GetLastError() == ERROR_HANDLE_EOF) break;
       return 0;
     }
+    if (got == 0) break;
+    *done += got;
+  }
+  return 1;
+}
+
+BOOL FileStream::RawWriteAt(uint64_t offset, const uint8_t* in, uint32_t length, uint32_t* done) {
+  *done = 0;
+  while (*done < length) {
+    DWORD put = 0;
+    OVERLAPPED at = At(offset + *done);
+    if (!WriteFile(AsHandle(handle_), in + *done, length - *done, &put, &at)) return 0;
     if (put == 0) {
       SetLastError(ERROR_DISK_FULL);
-      if (countWritten) *countWritten = done;
       return 0;
     }
-    done += put;
+    *done += put;
   }
-  if (countWritten) *countWritten = done;
   return 1;
 }
 
-BOOL FileStream::Seek(int64_t offset, uint32_t origin, intptr_t) {
-  if (!IsOpen()) return NotOpen();
-  if (kz::fault::ShouldFail(kz::fault::kSeek)) return 0;
-  if (origin > 2) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return 0;
-  }
-  LARGE_INTEGER distance{};
-  distance.QuadPart = offset;
-  return SetFilePointerEx(AsHandle(handle_), distance, nullptr, origin) ? 1 : 0;
+BOOL FileStream::RawTruncate(uint64_t size) {
+  LARGE_INTEGER end{};
+  end.QuadPart = static_cast<LONGLONG>(size);
+  return SetFilePointerEx(AsHandle(handle_), end, nullptr, FILE_BEGIN) &&
+                 SetEndOfFile(AsHandle(handle_))
+             ? 1
+             : 0;
 }
 
 void FileStream::Close() {
@@ -159,14 +124,7 @@ void FileStream::Close() {
     CloseHandle(AsHandle(handle_));
     handle_ = INVALID_HANDLE_VALUE;
   }
-}
-
-uint64_t FileStream::GetPosition() {
-  if (!IsOpen()) return 0;
-  LARGE_INTEGER zero{};
-  LARGE_INTEGER pos{};
-  if (!SetFilePointerEx(AsHandle(handle_), zero, &pos, FILE_CURRENT)) return 0;
-  return static_cast<uint64_t>(pos.QuadPart);
+  ResetPosition();
 }
 
 BOOL FileStream::GetSize(uint64_t* size) {
@@ -175,12 +133,6 @@ BOOL FileStream::GetSize(uint64_t* size) {
   if (!GetFileSizeEx(AsHandle(handle_), &li)) return 0;
   if (size) *size = static_cast<uint64_t>(li.QuadPart);
   return 1;
-}
-
-BOOL FileStream::SetEnd() {
-  if (!IsOpen()) return NotOpen();
-  if (kz::fault::ShouldFail(kz::fault::kTruncate)) return 0;
-  return SetEndOfFile(AsHandle(handle_)) ? 1 : 0;
 }
 
 BOOL FileStream::GetDosDateTime(uint16_t* date, uint16_t* time) {

@@ -3,6 +3,7 @@
 // classic Windows limit.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "enginelib/file_stream.h"
@@ -90,6 +91,74 @@ TEST(FileStreamData, ReadsWritesSeeksAndTruncates) {
   s.Close();
   EXPECT_FALSE(s.IsOpen());
   EXPECT_EQ(kztest::ReadFile(dir / "data.bin"), kztest::ToBytes("01234"));
+}
+
+// Small reads come from a window read ahead of them: every mix of small
+// and large reads, positioned or not, across the window's edges and the
+// end, must deliver the file's bytes; a write through the stream must be
+// seen by the reads after it.
+TEST(FileStreamData, ReadAheadDeliversTheFileAndSeesItsOwnWrites) {
+  TempDir dir;
+  kztest::Bytes content(40000);
+  for (size_t i = 0; i < content.size(); ++i) content[i] = static_cast<uint8_t>(i * 7 + i / 251);
+  kztest::WriteFile(dir / "big.bin", content);
+  std::wstring path = EnginePath(dir / "big.bin");
+  FileStream s;
+  ASSERT_TRUE(s.Open(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING, 0, 0));
+  // {position (-1: where the last read ended), length, positioned}
+  struct Step {
+    int64_t at;
+    uint32_t length;
+    bool positioned;
+  };
+  const Step steps[] = {{0, 21, false},      {-1, 1, false},      {-1, 300, false},
+                        {16380, 10, false},  {-1, 3000, false},   {100, 5, true},
+                        {-1, 2048, false},   {16384, 1, false},   {32760, 100, true},
+                        {39990, 20, false},  {39999, 1, false},   {40000, 4, false},
+                        {5, 2049, false},    {-1, 7, false},      {0, 16384, false}};
+  uint64_t position = 0;
+  for (const Step& step : steps) {
+    SCOPED_TRACE(testing::Message() << "at " << step.at << ", " << step.length << " bytes");
+    const uint64_t from = step.at < 0 ? position : static_cast<uint64_t>(step.at);
+    kztest::Bytes got(step.length, 0xEE);
+    uint32_t count = 0;
+    if (step.positioned) {
+      ASSERT_TRUE(s.ReadAt(from, got.data(), step.length, &count));
+    } else {
+      ASSERT_TRUE(s.Seek(static_cast<int64_t>(from), 0, 0));
+      ASSERT_TRUE(s.Read(got.data(), step.length, &count, 0));
+      position = from + count;
+    }
+    const size_t expected = from >= content.size() ? 0 : std::min<size_t>(step.length, content.size() - from);
+    ASSERT_EQ(count, expected);
+    kztest::Bytes want(content.begin() + static_cast<ptrdiff_t>(std::min<size_t>(from, content.size())),
+                       content.begin() + static_cast<ptrdiff_t>(std::min<size_t>(from, content.size()) + expected));
+    want.resize(step.length, 0);
+    EXPECT_EQ(got, want);
+    EXPECT_EQ(s.GetPosition(), position);
+  }
+
+  // Read (filling the window), overwrite inside it and past the end, read again.
+  uint8_t byte = 0;
+  ASSERT_TRUE(s.Seek(10, 0, 0));
+  ASSERT_TRUE(s.Read(&byte, 1, nullptr, 0));
+  ASSERT_TRUE(s.Seek(12, 0, 0));
+  ASSERT_TRUE(s.Write("XY", 2, nullptr, 0));
+  ASSERT_TRUE(s.Seek(0, 2, 0));
+  ASSERT_TRUE(s.Write("END", 3, nullptr, 0));
+  char back[4] = {};
+  uint32_t count = 0;
+  ASSERT_TRUE(s.ReadAt(12, back, 2, &count));
+  EXPECT_EQ(std::string(back, 2), "XY");
+  ASSERT_TRUE(s.Seek(-3, 2, 0));
+  ASSERT_TRUE(s.Read(back, 4, &count, 0));
+  EXPECT_EQ(count, 3u);
+  EXPECT_EQ(std::string(back, 3), "END");
+
+  // Before the start: refused, the position unchanged.
+  EXPECT_FALSE(s.Seek(-1, 0, 0));
+  EXPECT_FALSE(s.Seek(-40004, 2, 0));
+  EXPECT_EQ(s.GetPosition(), 40003u);
 }
 
 TEST(FileStreamData, DosTimeIsTheLocalTimeOfTheLastWrite) {
