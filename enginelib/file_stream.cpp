@@ -33,20 +33,6 @@ BOOL FileStream::ReadFrom(uint64_t offset, uint8_t* out, uint32_t length, uint32
   return 1;
 }
 
-BOOL FileStream::Read(void* buffer, uint32_t length, uint32_t* countRead, intptr_t) {
-  if (countRead) *countRead = 0;
-  if (!IsOpen()) return NotOpen();
-  if (kz::fault::ShouldFail(kz::fault::kRead)) return 0;
-  auto* out = static_cast<uint8_t*>(buffer);
-  uint32_t done = 0;
-  if (!ReadFrom(position_, out, length, &done)) return 0;
-  // A short read at the end succeeds, the rest zero-filled.
-  if (done < length) std::memset(out + done, 0, length - done);
-  position_ += done;
-  if (countRead) *countRead = done;
-  return 1;
-}
-
 BOOL FileStream::ReadAt(uint64_t offset, void* buffer, uint32_t length, uint32_t* countRead) {
   if (countRead) *countRead = 0;
   if (!IsOpen()) return NotOpen();
@@ -54,9 +40,18 @@ BOOL FileStream::ReadAt(uint64_t offset, void* buffer, uint32_t length, uint32_t
   auto* out = static_cast<uint8_t*>(buffer);
   uint32_t done = 0;
   if (!ReadFrom(offset, out, length, &done)) return 0;
+  // A short read at the end succeeds, the rest zero-filled.
   if (done < length) std::memset(out + done, 0, length - done);
   if (countRead) *countRead = done;
   return 1;
+}
+
+BOOL FileStream::Read(void* buffer, uint32_t length, uint32_t* countRead, intptr_t) {
+  uint32_t done = 0;
+  const BOOL ok = ReadAt(position_, buffer, length, &done);
+  position_ += done;
+  if (countRead) *countRead = done;
+  return ok;
 }
 
 BOOL FileStream::Write(const void* buffer, uint32_t length, uint32_t* countWritten, intptr_t) {
