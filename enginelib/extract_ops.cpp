@@ -3,10 +3,11 @@
 //
 // Safe by construction: a member name becomes a path below the destination
 // only (safe_path.h); no existing component of that path may be a link;
-// data goes to a file created exclusively beside its final name and is
-// renamed over that name only once the member decoded correctly, so a
-// failed member leaves nothing and rename replaces a link rather than
-// writing through it.
+// data goes to a file created exclusively: under its final name when
+// nothing is there, else beside it, renamed over that name only once the
+// member decoded correctly. A failed member's file is removed, what was
+// there before stays, and rename replaces a link rather than writing
+// through it.
 #include <cwchar>
 
 #include "enginelib/archiver_impl.h"
@@ -81,7 +82,8 @@ void DiscardOutputFile(KzArchiver& a) {
   impl.ItemCreated = false;
   if (!RemoveTemporary(impl.OutputTempPath.c_str())) {
     a.LogMessage(KZ_LOG_WARNING, kz::HresultFromWin32(GetLastError()),
-                 L"temporary file not removed", impl.OutputTempPath.c_str());
+                 impl.OutputInPlace ? L"incomplete file not removed" : L"temporary file not removed",
+                 impl.OutputTempPath.c_str());
   }
 }
 
@@ -150,13 +152,14 @@ HRESULT WalkOutputPath(KzArchiver& a, const wchar_t* outputPath, bool createPare
   return 0;
 }
 
-// Gives the finished temporary file its time and permissions and renames
-// it over the final name.
+// Gives the finished file its time and permissions and, when it was made
+// beside its final name, renames it over that name.
 bool PlaceOutputFile(KzArchiver& a, const LhaHeader* record, const wchar_t* outputPath) {
-  const wchar_t* temp = KzArchiverAccess::ImplOf(a).OutputTempPath.c_str();
-  if (record->LibModTime >= 0 && !kz::fs::SetModTime(temp, record->LibModTime)) return false;
-  if (!kz::fs::SetPermissions(temp, FilePermissions(record))) return false;
-  return kz::fs::ReplaceFile(temp, outputPath) != 0;
+  const auto& impl = KzArchiverAccess::ImplOf(a);
+  const wchar_t* written = impl.OutputTempPath.c_str();
+  if (record->LibModTime >= 0 && !kz::fs::SetModTime(written, record->LibModTime)) return false;
+  if (!kz::fs::SetPermissions(written, FilePermissions(record))) return false;
+  return impl.OutputInPlace || kz::fs::ReplaceFile(written, outputPath) != 0;
 }
 
 int DecideOverwrite(KzArchiver& a, LhaHeader* record, PathString& outputPath) {
@@ -337,6 +340,18 @@ HRESULT KzArchiver::CreateOutputFile(PathString& outputPath) {
   if (!WritesFiles(impl_->Mode, impl_->OperationFlags)) return 0;
   HRESULT hr = WalkOutputPath(*this, outputPath.c_str(), true);
   if (hr < 0) return hr;
+  // A rename costs more than the rest of a small member's output, so a
+  // free name is written directly.
+  if (impl_->OutputFile.Create(outputPath.c_str(), GENERIC_WRITE, 0, CREATE_NEW,
+                               FILE_ATTRIBUTE_NORMAL, 0)) {
+    impl_->OutputTempPath.AssignRaw(outputPath.c_str());
+    impl_->OutputInPlace = true;
+    impl_->ItemCreated = true;
+    impl_->CurrentName = outputPath.c_str();  // write failures name the file being made
+    return 0;
+  }
+  if (GetLastError() != ERROR_FILE_EXISTS) return SetSystemError(outputPath.c_str());
+  impl_->OutputInPlace = false;
   std::wstring dir = kz::fs::ParentOf(outputPath.c_str());
   if (!dir.empty() && dir.back() != L'\\') dir.push_back(L'\\');
   for (int attempt = 0; attempt < 16; ++attempt) {

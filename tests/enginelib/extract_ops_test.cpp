@@ -230,12 +230,14 @@ INSTANTIATE_TEST_SUITE_P(
                       2,
                       KZ_E_ABORT}));
 
-// A member whose data fails leaves no file (an older file of that name
-// stays as it was); the run goes on and ends with the first failure, which
-// names the member.
+// A member whose data fails leaves no file, whether it was written under
+// its free final name ("new") or beside an older file of that name, which
+// stays as it was ("bad"); the run goes on and ends with the first
+// failure, which names the member.
 TEST_F(ExtractTest, FailedMembersLeaveNothingAndTheRunGoesOn) {
   kztest::WriteFile(dest() / "bad", std::string("old"));
-  Make({Stored("good1", "1"), Damaged("bad", "corrupted"), Unknown("unknown"), Stored("good2", "2")});
+  Make({Stored("good1", "1"), Damaged("bad", "corrupted"), Unknown("unknown"),
+        Damaged("new", "corrupted too"), Stored("good2", "2")});
   ASSERT_EQ(engine_.SetOptions(KZ_OPT_OVERWRITE, KZ_OVERWRITE_ALL, 0), 0);
   EXPECT_EQ(Extract(), KZ_E_CRC);
   ASSERT_NE(engine_.ErrorFileName, nullptr);
@@ -245,6 +247,8 @@ TEST_F(ExtractTest, FailedMembersLeaveNothingAndTheRunGoesOn) {
   EXPECT_EQ(Read("good2"), "2");
   EXPECT_TRUE(LogHas(engine_, L"going on with the next | bad"));
   EXPECT_TRUE(LogHas(engine_, L"going on with the next | unknown"));
+  EXPECT_TRUE(LogHas(engine_, L"going on with the next | new"));
+  EXPECT_FALSE(HasTempFiles(dir_.path()));
 }
 
 TEST_F(ExtractTest, KeepDamagedKeepsTheOutputOfAFailedMember) {
