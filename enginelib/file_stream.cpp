@@ -1,6 +1,7 @@
 // The system-independent half of FileStream: the position, the read-ahead
 // window, and the operations built on them.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -80,7 +81,8 @@ BOOL FileStream::Seek(int64_t offset, uint32_t origin, intptr_t) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return 0;
   }
-  if (offset < 0 ? base < -offset : false) {
+  // Neither before the start nor past what a file offset can hold.
+  if (offset < 0 ? base < -offset : base > INT64_MAX - offset) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return 0;
   }

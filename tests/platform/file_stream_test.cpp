@@ -155,9 +155,10 @@ TEST(FileStreamData, ReadAheadDeliversTheFileAndSeesItsOwnWrites) {
   EXPECT_EQ(count, 3u);
   EXPECT_EQ(std::string(back, 3), "END");
 
-  // Before the start: refused, the position unchanged.
+  // Before the start or past the largest offset: refused, the position unchanged.
   EXPECT_FALSE(s.Seek(-1, 0, 0));
   EXPECT_FALSE(s.Seek(-40004, 2, 0));
+  EXPECT_FALSE(s.Seek(INT64_MAX - 40002, 2, 0));
   EXPECT_EQ(s.GetPosition(), 40003u);
 }
 
