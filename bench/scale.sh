@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Scale: `kzlha l`, `kzlha t` and `kzlha d` (three members deleted) on
-# archives of 10,000, 30,000 and 100,000 small members, with wall time,
-# time per member and peak memory (GNU time's %M). Time should grow with the
-# member count and memory should not.
+# Scale: `kzlha l`, `kzlha t`, `kzlha x` (into a fresh directory) and
+# `kzlha d` (three members deleted) on archives of 10,000, 30,000 and
+# 100,000 small members, with wall time, time per member and peak memory
+# (GNU time's %M); the rows marked L run lhasa's l, t and x on the same
+# archive, side by side. Time should grow with the member count and memory
+# should not.
 #
 # kzlha keeps one record per selected member for its own result lines, so
 # its peak grows with the count by design. The rows marked E run the same
@@ -90,13 +92,31 @@ measure() {  # LABEL COUNT COMMAND...  -> one table row
     'BEGIN { printf "%-4s %8d %9.2f %12.2f %10d\n", l, n, s, s * 1e6 / n, k }'
 }
 
+have_lhasa() { command -v lhasa >/dev/null; }
+
 printf '%-4s %8s %9s %12s %10s\n' cmd members seconds us/member peakKiB
 for n in $counts; do
   archive="$work/scale-$n.lzh"
   make_archive "$n" "$archive"
   "$kzlha" t -q "$archive" >/dev/null
   measure l "$n" "$kzlha" l "$archive"
+  have_lhasa && measure Ll "$n" lhasa l "$archive"
   measure t "$n" "$kzlha" t -q "$archive"
+  have_lhasa && measure Lt "$n" lhasa t "$archive"
+  # Creating 10,000s of files is at the mercy of the file system's state,
+  # so the two extractors take turns, three times, and each keeps its best.
+  for round in 1 2 3; do
+    rm -rf "$work/x" && mkdir "$work/x"
+    measure x "$n" "$kzlha" x -q -w="$work/x" "$archive" >>"$work/x-kzlha"
+    if have_lhasa; then
+      rm -rf "$work/x" && mkdir "$work/x"
+      measure Lx "$n" sh -c 'cd "$1" && lhasa xq "$2"' sh "$work/x" "$archive" >>"$work/x-lhasa"
+    fi
+  done
+  for f in "$work/x-kzlha" "$work/x-lhasa"; do
+    [ -f "$f" ] && sort -k3,3n "$f" | head -1
+  done
+  rm -rf "$work/x" "$work/x-kzlha" "$work/x-lhasa"
   [ -f "$module" ] && measure Eo "$n" python3 "$work/engine.py" "$module" open "$archive"
   [ -f "$module" ] && measure Et "$n" python3 "$work/engine.py" "$module" test "$archive"
   cp "$archive" "$work/d.lzh"
