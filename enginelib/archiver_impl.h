@@ -36,7 +36,7 @@ struct KzArchiver::Impl {
   bool OverwriteAll = false;
   bool SkipAll = false;
   FileStream OutputFile;            // the member being written
-  PathString OutputTempPath;        // where it is written until complete
+  PathString OutputWritePath;       // where it is written until complete
   bool OutputInPlace = false;       // ... which is its final name: nothing was there
   const LhaHeader* CurrentItem = nullptr;
   HRESULT StatusAtItemStart = 0;

@@ -80,10 +80,10 @@ void DiscardOutputFile(KzArchiver& a) {
   if (!impl.ItemCreated) return;
   impl.OutputFile.Close();
   impl.ItemCreated = false;
-  if (!RemoveTemporary(impl.OutputTempPath.c_str())) {
+  if (!RemoveTemporary(impl.OutputWritePath.c_str())) {
     a.LogMessage(KZ_LOG_WARNING, kz::HresultFromWin32(GetLastError()),
                  impl.OutputInPlace ? L"incomplete file not removed" : L"temporary file not removed",
-                 impl.OutputTempPath.c_str());
+                 impl.OutputWritePath.c_str());
   }
 }
 
@@ -156,7 +156,7 @@ HRESULT WalkOutputPath(KzArchiver& a, const wchar_t* outputPath, bool createPare
 // beside its final name, renames it over that name.
 bool PlaceOutputFile(KzArchiver& a, const LhaHeader* record, const wchar_t* outputPath) {
   const auto& impl = KzArchiverAccess::ImplOf(a);
-  const wchar_t* written = impl.OutputTempPath.c_str();
+  const wchar_t* written = impl.OutputWritePath.c_str();
   if (record->LibModTime >= 0 && !kz::fs::SetModTime(written, record->LibModTime)) return false;
   if (!kz::fs::SetPermissions(written, FilePermissions(record))) return false;
   return impl.OutputInPlace || kz::fs::ReplaceFile(written, outputPath) != 0;
@@ -340,30 +340,27 @@ HRESULT KzArchiver::CreateOutputFile(PathString& outputPath) {
   if (!WritesFiles(impl_->Mode, impl_->OperationFlags)) return 0;
   HRESULT hr = WalkOutputPath(*this, outputPath.c_str(), true);
   if (hr < 0) return hr;
-  // A rename costs more than the rest of a small member's output, so a
-  // free name is written directly.
-  if (impl_->OutputFile.Create(outputPath.c_str(), GENERIC_WRITE, 0, CREATE_NEW,
-                               FILE_ATTRIBUTE_NORMAL, 0)) {
-    impl_->OutputTempPath.AssignRaw(outputPath.c_str());
-    impl_->OutputInPlace = true;
+  // Creates `path` exclusively, never through a link; false with
+  // ERROR_FILE_EXISTS when something is there.
+  auto create = [&](const std::wstring& path, bool inPlace) {
+    if (!impl_->OutputFile.Create(path.c_str(), GENERIC_WRITE, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, 0))
+      return false;
+    impl_->OutputWritePath.AssignRaw(path.c_str());
+    impl_->OutputInPlace = inPlace;
     impl_->ItemCreated = true;
     impl_->CurrentName = outputPath.c_str();  // write failures name the file being made
-    return 0;
-  }
-  if (GetLastError() != ERROR_FILE_EXISTS) return SetSystemError(outputPath.c_str());
-  impl_->OutputInPlace = false;
-  std::wstring dir = kz::fs::ParentOf(outputPath.c_str());
-  if (!dir.empty() && dir.back() != L'\\') dir.push_back(L'\\');
-  for (int attempt = 0; attempt < 16; ++attempt) {
-    std::wstring temp = dir + kz::fs::TempFileName();
-    if (impl_->OutputFile.Create(temp.c_str(), GENERIC_WRITE, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
-                                 0)) {
-      impl_->OutputTempPath.AssignRaw(temp.c_str());
-      impl_->ItemCreated = true;
-      impl_->CurrentName = outputPath.c_str();  // write failures name the file being made
-      return 0;
+    return true;
+  };
+  // A rename costs more than the rest of a small member's output, so a
+  // free name is written directly.
+  if (create(outputPath.c_str(), true)) return 0;
+  if (GetLastError() == ERROR_FILE_EXISTS) {
+    std::wstring dir = kz::fs::ParentOf(outputPath.c_str());
+    if (!dir.empty() && dir.back() != L'\\') dir.push_back(L'\\');
+    for (int attempt = 0; attempt < 16; ++attempt) {
+      if (create(dir + kz::fs::TempFileName(), false)) return 0;
+      if (GetLastError() != ERROR_FILE_EXISTS) break;
     }
-    if (GetLastError() != ERROR_FILE_EXISTS) break;
   }
   return SetSystemError(outputPath.c_str());
 }

@@ -82,7 +82,7 @@ BOOL FileStream::Seek(int64_t offset, uint32_t origin, intptr_t) {
     return 0;
   }
   // Neither before the start nor past what a file offset can hold.
-  if (offset < 0 ? base < -offset : base > INT64_MAX - offset) {
+  if (offset < 0 ? base + offset < 0 : base > INT64_MAX - offset) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return 0;
   }
