@@ -14,6 +14,12 @@ namespace {
 // further would mistake packed data for a header.
 constexpr uint64_t kSearchWindow = 131072;
 constexpr uint32_t kSmallestCandidate = 22;
+// The furthest a candidate's test reads: a level-0/1 header's checksum.
+constexpr uint32_t kLargestCandidate = 255 + 2;
+// Most archives start with their first header: a first look at this much
+// spares reading the whole window, whose fresh pages cost more to touch
+// than a short archive takes to test.
+constexpr uint32_t kFirstLook = 4096;
 constexpr wchar_t kLongPrefix[] = L"\\\\?\\";
 constexpr wchar_t kLongUncPrefix[] = L"\\\\?\\UNC\\";
 
@@ -101,18 +107,26 @@ HRESULT KzLhaArchiver::FindFirstHeader(uint64_t& offset) {
   std::unique_ptr<uint8_t, FreeDeleter> buffer(static_cast<uint8_t*>(std::malloc(n ? n : 1)));
   if (!buffer) return SetError(kz::E_Outofmemory, nullptr);
 
-  uint32_t got = 0;
-  const BOOL read = ArchiveStream.Read(buffer.get(), n, &got, 0);
-  if (!read || got < n) {
-    if (read) SetLastError(ERROR_HANDLE_EOF);
-    return SetSystemError(ArchiveStream.GetName());
-  }
-  for (uint32_t i = 0; i + kSmallestCandidate <= n; ++i) {
-    if (IsHeaderCandidate(buffer.get() + i, n - i)) {
-      FirstHeaderOffset32 = i;
-      offset = i;
-      return kz::S_Ok;
+  uint32_t have = 0;
+  uint32_t i = 0;
+  for (uint32_t want = n < kFirstLook ? n : kFirstLook;; want = n) {
+    uint32_t got = 0;
+    const BOOL read = ArchiveStream.Read(buffer.get() + have, want - have, &got, 0);
+    if (!read || got < want - have) {
+      if (read) SetLastError(ERROR_HANDLE_EOF);
+      return SetSystemError(ArchiveStream.GetName());
     }
+    have = want;
+    // Positions whose test sees every byte it would see in the whole window.
+    const uint32_t decided = have == n ? n : have - kLargestCandidate;
+    for (; i < decided && i + kSmallestCandidate <= n; ++i) {
+      if (IsHeaderCandidate(buffer.get() + i, n - i)) {
+        FirstHeaderOffset32 = i;
+        offset = i;
+        return kz::S_Ok;
+      }
+    }
+    if (have == n) break;
   }
   return SetError(kz::ARC_E_NOARCHIVE, ArchiveStream.GetName());
 }

@@ -1,8 +1,8 @@
 // l, v, x, e, t and p: the commands that read the archive.
 #include <cstdio>
-#include <filesystem>
 
 #include "cli/commands.h"
+#include "cli/files.h"
 #include "cli/member_run.h"
 #include "cli/messages.h"
 #include "cli/session.h"
@@ -84,10 +84,9 @@ int ExtractCommand(Session& s) {
   if (sel.rc == kExitUsage || sel.members.empty()) return sel.rc;
   const std::wstring dest = FromNative(s.options().outputDir);
   if (!dest.empty()) {
-    std::error_code ec;
-    std::filesystem::create_directories(NativePath(s.options().outputDir), ec);
-    if (ec) {
-      s.Report(DisplayName(dest), "cannot create the directory: " + ec.message());
+    std::string why;
+    if (!CreateDirectories(s.options().outputDir, &why)) {
+      s.Report(DisplayName(dest), "cannot create the directory: " + why);
       return kExitFailed;
     }
   }

@@ -1,8 +1,7 @@
 #include "cli/session.h"
 
-#include <filesystem>
-
 #include "cli/console.h"
+#include "cli/files.h"
 #include "cli/messages.h"
 #include "cli/text.h"
 
@@ -31,8 +30,7 @@ int Session::Open() {
     return kExitUsage;
   }
   if (!IsWriteCommand(options_.command)) {
-    std::error_code ec;
-    if (!std::filesystem::exists(NativePath(options_.archive), ec)) {
+    if (!PathExists(options_.archive)) {
       Report(archiveShown(), "no such file or directory");
       return kExitUsage;
     }

@@ -87,32 +87,6 @@ std::string ToNative(const std::wstring& text) {
   return out;
 }
 
-std::filesystem::path NativePath(const std::string& bytes) {
-#ifdef _WIN32
-  return std::filesystem::path(FromNative(bytes));
-#else
-  return std::filesystem::path(bytes);
-#endif
-}
-
-std::wstring EngineArchivePath(const std::string& bytes) {
-#ifdef _WIN32
-  std::error_code ec;
-  std::filesystem::path full = std::filesystem::absolute(NativePath(bytes), ec);
-  if (!ec) return full.wstring();
-#endif
-  return FromNative(bytes);
-}
-
-std::wstring EngineSourceBase() {
-#ifdef _WIN32
-  std::error_code ec;
-  std::filesystem::path cwd = std::filesystem::current_path(ec);
-  if (!ec) return cwd.wstring();
-#endif
-  return {};
-}
-
 std::string DisplayName(const wchar_t* name) { return Display(name, true); }
 std::string DisplayName(const std::wstring& name) { return Display(name.c_str(), true); }
 std::string DisplayText(const wchar_t* text) { return Display(text, false); }

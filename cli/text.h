@@ -2,7 +2,6 @@
 // U+DCFF for bytes that did not decode) and the terminal (UTF-8).
 #pragma once
 
-#include <filesystem>
 #include <string>
 
 namespace kzcli {
@@ -13,18 +12,6 @@ namespace kzcli {
 std::wstring FromNative(const std::string& bytes);
 // The reverse: U+DC80..U+DCFF turn back into their raw bytes.
 std::string ToNative(const std::wstring& text);
-// A path from the command line for std::filesystem. Windows would read the
-// narrow string in the ANSI code page, so it gets the wide text instead.
-std::filesystem::path NativePath(const std::string& bytes);
-// The archive path as a host hands it to the engine. Windows hosts pass a
-// full path: the engine tests for the file through the "\\?\" form, which
-// takes no relative path. Elsewhere the path as given.
-std::wstring EngineArchivePath(const std::string& bytes);
-// The base directory a host hands over with the files to add: on Windows
-// the current directory, so that relative names reach the engine as full
-// paths (it reads a source's attributes through the "\\?\" form too) and
-// are stored as given. Elsewhere none (empty).
-std::wstring EngineSourceBase();
 // Member names use backslashes, paths on this system may use slashes:
 // the text with every slash made a backslash, for comparing the two.
 std::wstring BackslashSeparators(std::wstring text);

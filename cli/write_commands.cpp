@@ -6,6 +6,7 @@
 
 #include "cli/commands.h"
 #include "cli/console.h"
+#include "cli/files.h"
 #include "cli/messages.h"
 #include "cli/progress.h"
 #include "cli/session.h"

@@ -83,6 +83,9 @@ TEST_P(SearchWindow, FindsAHeaderOnlyWhenItsTestFitsTheWindow) {
 INSTANTIATE_TEST_SUITE_P(
     Offsets, SearchWindow,
     ::testing::Values(WindowCase{"plain", 0, 1, true}, WindowCase{"stub", 1000, 0, true},
+                      // The window is read in two steps, the first of 4096 bytes.
+                      WindowCase{"level1 across the first read", 4080, 1, true},
+                      WindowCase{"level0 ending the first read", 4096 - 32, 0, true},
                       WindowCase{"level2 at 131050, 22 bytes in", 131050, 2, true},
                       WindowCase{"level2 at 131051, 21 bytes in", 131051, 2, false},
                       WindowCase{"level1 fits exactly", kWindow - 32, 1, true},

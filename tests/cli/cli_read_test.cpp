@@ -170,6 +170,19 @@ TEST(Select, WildcardsNamesDirectoriesAndNoMatch) {
   EXPECT_TRUE(fs::exists(d / "subdir/subdir2/hello.txt"));  // a directory name selects its subtree
 }
 
+TEST(Destination, MissingParentsAreMadeAndAFileInTheWayIsNamed) {
+  kztest::TempDir d;
+  auto nested = Kz({"xq", "-w=" + (d / "a/b/c/").string(), Multiple().string(), "file1.txt"});
+  EXPECT_EQ(nested.ExitCode, 0) << nested.Err;
+  EXPECT_EQ(kztest::ReadFile(d / "a/b/c/file1.txt"), kztest::ToBytes("first file\n"));
+  kztest::WriteFile(d / "plain", std::string("x"));
+  for (const fs::path& blocked : {d / "plain", d / "plain/sub"}) {
+    auto r = Kz({"x", "-w=" + blocked.string(), Multiple().string()});
+    EXPECT_EQ(r.ExitCode, 1) << blocked;
+    EXPECT_TRUE(Contains(r.Err, blocked.string() + ": cannot create the directory: Not a directory")) << r.Err;
+  }
+}
+
 TEST(Print, MembersGoToStandardOutputWithBannersUnlessQuiet) {
   auto q = Kz({"pq", Multiple().string(), "file1.txt", "file3.txt"});
   EXPECT_EQ(q.ExitCode, 0) << q.Err;
