@@ -152,14 +152,12 @@ HRESULT WalkOutputPath(KzArchiver& a, const wchar_t* outputPath, bool createPare
   return 0;
 }
 
-// Gives the finished file its time and permissions and, when it was made
-// beside its final name, renames it over that name.
+// Closes the finished file with its time and permissions and, when it was
+// made beside its final name, renames it over that name.
 bool PlaceOutputFile(KzArchiver& a, const LhaHeader* record, const wchar_t* outputPath) {
-  const auto& impl = KzArchiverAccess::ImplOf(a);
-  const wchar_t* written = impl.OutputWritePath.c_str();
-  if (record->LibModTime >= 0 && !kz::fs::SetModTime(written, record->LibModTime)) return false;
-  if (!kz::fs::SetPermissions(written, FilePermissions(record))) return false;
-  return impl.OutputInPlace || kz::fs::ReplaceFile(written, outputPath) != 0;
+  auto& impl = KzArchiverAccess::ImplOf(a);
+  if (!impl.OutputFile.CloseStamped(record->LibModTime, FilePermissions(record))) return false;
+  return impl.OutputInPlace || kz::fs::ReplaceFile(impl.OutputWritePath.c_str(), outputPath) != 0;
 }
 
 int DecideOverwrite(KzArchiver& a, LhaHeader* record, PathString& outputPath) {
@@ -374,7 +372,6 @@ void KzArchiver::EndItemData() {}
 
 HRESULT KzArchiver::FinishOutputFile(LhaHeader* record, PathString& outputPath, uint32_t) {
   if (!impl_->ItemCreated) return Status;
-  impl_->OutputFile.Close();
   if (Status < 0) {
     if (impl_->KeepDamaged && Status != kz::E_Abort &&
         PlaceOutputFile(*this, record, outputPath.c_str())) {

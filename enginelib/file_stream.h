@@ -42,6 +42,10 @@ class KZLIB_API FileStream {
   BOOL Flush();
   // Sets the file's modification time (Unix seconds).
   BOOL SetModTime(int64_t unixTime);
+  // Closes a file just written, leaving it with the modification time
+  // (none when negative) and the Unix permission bits given; on Windows
+  // only "not writable" has a form. The file is closed even on failure.
+  BOOL CloseStamped(int64_t unixTime, uint32_t permissions);
   // For a file that is forced to disk once complete: written data starts
   // on its way to the disk every few MiB, so that the final flush waits
   // for little more than the last of it. Stays set across Create and Close.

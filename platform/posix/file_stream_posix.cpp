@@ -161,6 +161,15 @@ BOOL FileStream::Flush() {
   return 1;
 }
 
+// Through the descriptor: no path is resolved again (nothing planted since
+// can be reached), and it spares three system calls per extracted member.
+BOOL FileStream::CloseStamped(int64_t unixTime, uint32_t permissions) {
+  const BOOL ok = !kz::fault::ShouldFail(kz::fault::kWrite) && (unixTime < 0 || SetModTime(unixTime)) &&
+                  (::fchmod(fd_, static_cast<mode_t>(permissions & 07777)) == 0 || Fail());
+  Close();
+  return ok;
+}
+
 BOOL FileStream::SetModTime(int64_t unixTime) {
   if (fd_ < 0) {
     errno = EBADF;

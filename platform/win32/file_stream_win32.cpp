@@ -6,6 +6,7 @@
 
 #include "enginelib/file_stream.h"
 #include "enginelib/names.h"
+#include "platform/fs.h"
 #include "platform/win32/win32_util.h"
 
 namespace {
@@ -162,6 +163,14 @@ BOOL FileStream::GetDosDateTime(uint16_t* date, uint16_t* time) {
 BOOL FileStream::Flush() {
   if (!IsOpen()) return NotOpen();
   return FlushFileBuffers(AsHandle(handle_)) ? 1 : 0;
+}
+
+// By path once closed: the attributes want a handle that may read them,
+// which the written one is not.
+BOOL FileStream::CloseStamped(int64_t unixTime, uint32_t permissions) {
+  Close();
+  const wchar_t* path = name_.c_str();
+  return (unixTime < 0 || kz::fs::SetModTime(path, unixTime)) && kz::fs::SetPermissions(path, permissions);
 }
 
 BOOL FileStream::SetModTime(int64_t unixTime) {
