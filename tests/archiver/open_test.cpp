@@ -8,7 +8,6 @@
 
 #include "archiver/lha_archiver.h"
 #include "archiver/long_path.h"
-#include "decode/crc16.h"
 #include "support/archive_builder.h"
 #include "support/test_support.h"
 
@@ -179,13 +178,6 @@ TEST_F(OpenTest, AnExistingArchiveBindsItsPathAndClosesTheStream) {
     EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
     EXPECT_EQ(archiver_.Status, 0);
   }
-}
-
-TEST_F(OpenTest, BuildsTheCrcTable) {
-  std::fill(std::begin(kz::Crc16Table), std::end(kz::Crc16Table), 0);
-  ASSERT_EQ(Open(StubThen(0, {.level = 1, .name = "f"})), 0);
-  EXPECT_EQ(kz::Crc16Table[1], 0xC0C1);
-  EXPECT_EQ(kz::Crc16Table[255], 0x4040);
 }
 
 // ---- a new archive ------------------------------------------------------------------

@@ -100,15 +100,6 @@ TEST(Lh1Decoder, ReadsPastThePackedSizeAndChunksAt8000Bytes) {
   EXPECT_EQ(reads.Reads(), (packed.size() + 7999) / 8000);
 }
 
-TEST(Lh1Decoder, DamagedDataShowsAsACrcErrorNamedAfterTheMember) {
-  Bytes data = kztest::TextBytes(10000, 2);
-  Bytes packed = kztest::EncodeLh1(data);
-  packed[packed.size() / 3] ^= 0x04;
-  DecodeHarness h;
-  EXPECT_EQ(h.Decode({.Method = 1, .Packed = packed, .OriginalSize = data.size()}, data), kz::E_Crc);
-  EXPECT_STREQ(h.Archiver().ErrorFileName, L"member.bin");
-}
-
 TEST(Lh1Decoder, AFailedReadStopsWithoutWritingTheStagedBytes) {
   Bytes data = kztest::RandomBytes(30000, 4);
   DecodeHarness h;
