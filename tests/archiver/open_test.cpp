@@ -2,15 +2,12 @@
 // new-archive case, and the long-path conversions.
 #include <gtest/gtest.h>
 
-#include "archiver/case_name.h"
-
 #include <algorithm>
 #include <filesystem>
 #include <string>
 
 #include "archiver/lha_archiver.h"
 #include "archiver/long_path.h"
-#include "decode/crc16.h"
 #include "support/archive_builder.h"
 #include "support/test_support.h"
 
@@ -91,31 +88,17 @@ INSTANTIATE_TEST_SUITE_P(
                       WindowCase{"level1 fits exactly", kWindow - 32, 1, true},
                       WindowCase{"level1 one byte out", kWindow - 31, 1, false},
                       WindowCase{"level0 past the window", kWindow + 10, 0, false}),
-    [](const auto& info) { return kztest::CaseName(info.param.what); });
+    kztest::CaseNameFromWhat());
 
 // ---- which candidate wins ------------------------------------------------------------
 
-// A fake header inside a stub: the pattern, a level byte, and for level 0/1
-// the size and checksum bytes as given.
-Bytes FakeCandidate(uint8_t size, uint8_t checksum, uint8_t level, size_t length = 22) {
-  Bytes c(length, 0);
-  c[0] = size;
-  c[1] = checksum;
-  c[2] = '-';
-  c[3] = 'l';
-  c[4] = 'h';
-  c[5] = '?';
-  c[6] = '-';
+// A fake header inside a stub: the pattern, a level byte, and the size and
+// checksum bytes as given (level 2 has no checksum to pass).
+Bytes FakeCandidate(uint8_t size, uint8_t checksum, uint8_t level) {
+  Bytes c{size, checksum, '-', 'l', 'h', '?', '-'};
+  c.resize(22, 0);
   c[20] = level;
   return c;
-}
-
-TEST_F(OpenTest, ALevel2CandidateIsAcceptedWithoutAnyChecksum) {
-  ArchiveBuilder b;
-  b.Stub(Bytes(10, 0x90)).Raw(FakeCandidate(0xEE, 0x77, 2)).Raw(Bytes(50, 0x90));
-  b.Stored("real.txt", ToBytes("x")).End();
-  ASSERT_EQ(Open(b.Bytes()), 0);
-  EXPECT_EQ(archiver_.FirstHeaderPos, 10u);
 }
 
 TEST_F(OpenTest, TheLowestPassingOffsetWinsOverTheRealHeader) {
@@ -159,7 +142,8 @@ Bytes SummedCandidate(uint8_t level, int delta) {
 
 INSTANTIATE_TEST_SUITE_P(
     Candidates, StubCandidates,
-    ::testing::Values(CandidateCase{"size 0 checksum 0", FakeCandidate(0, 0, 0), true},
+    ::testing::Values(CandidateCase{"level2 without any checksum", FakeCandidate(0xEE, 0x77, 2), true},
+                      CandidateCase{"size 0 checksum 0", FakeCandidate(0, 0, 0), true},
                       CandidateCase{"size 0 checksum 1", FakeCandidate(0, 1, 1), false},
                       CandidateCase{"level0 summed", SummedCandidate(0, 0), true},
                       CandidateCase{"level1 summed", SummedCandidate(1, 0), true},
@@ -167,12 +151,12 @@ INSTANTIATE_TEST_SUITE_P(
                       CandidateCase{"level 3", FakeCandidate(0, 0, 3), false},
                       CandidateCase{"level 255", FakeCandidate(0, 0, 255), false},
                       CandidateCase{"no pattern", Bytes(22, 0), false}),
-    [](const auto& info) { return kztest::CaseName(info.param.what); });
+    kztest::CaseNameFromWhat());
 
 // Too small to hold a header, or no archive at all; 22 bytes are enough
 // for a candidate (whose method character is any byte: "-lh?-").
 TEST_F(OpenTest, SmallOrPlainFilesHoldNoHeader) {
-  const Bytes candidate = FakeCandidate(0, 0, 2, 22);
+  const Bytes candidate = FakeCandidate(0, 0, 2);
   for (size_t size : {0, 1, 20, 21})
     EXPECT_EQ(Open(Bytes(candidate.begin(), candidate.begin() + static_cast<long>(size))), kz::ARC_E_NOARCHIVE)
         << size;
@@ -194,13 +178,6 @@ TEST_F(OpenTest, AnExistingArchiveBindsItsPathAndClosesTheStream) {
     EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
     EXPECT_EQ(archiver_.Status, 0);
   }
-}
-
-TEST_F(OpenTest, BuildsTheCrcTable) {
-  std::fill(std::begin(kz::Crc16Table), std::end(kz::Crc16Table), 0);
-  ASSERT_EQ(Open(StubThen(0, {.level = 1, .name = "f"})), 0);
-  EXPECT_EQ(kz::Crc16Table[1], 0xC0C1);
-  EXPECT_EQ(kz::Crc16Table[255], 0x4040);
 }
 
 // ---- a new archive ------------------------------------------------------------------
@@ -231,7 +208,7 @@ INSTANTIATE_TEST_SUITE_P(
         NewPathCase{"lower-case unc", L"\\\\?\\unc\\server\\share\\new.lzh",
                     L"unc\\server\\share\\new.lzh"},
         NewPathCase{"relative", L"no-such-dir-here/new.lzh", L"no-such-dir-here\\new.lzh"}),
-    [](const auto& info) { return kztest::CaseName(info.param.what); });
+    kztest::CaseNameFromWhat());
 
 TEST_F(OpenTest, RebindingFromANewArchiveToAnExistingOneClearsTheNewFlag) {
   const std::wstring missing = kztest::Wide((dir_ / "missing.lzh").string());
@@ -284,32 +261,21 @@ TEST_F(OpenTest, EveryFailingStreamCallIsRecorded) {
 
 // ---- long-path conversions ------------------------------------------------------------
 
-struct LongPathCase {
-  std::wstring path;
-  std::wstring longPath;
-  std::wstring plainPath;
-};
-
-class LongPaths : public ::testing::TestWithParam<LongPathCase> {};
-
-TEST_P(LongPaths, ConvertBothWays) {
-  const LongPathCase& c = GetParam();
-  EXPECT_EQ(kz::ToLongPath(c.path.c_str()), c.longPath);
-  EXPECT_EQ(kz::FromLongPath(c.path.c_str()), c.plainPath);
+TEST(LongPaths, ConvertBothWays) {
+  const struct {
+    const wchar_t *path, *longPath, *plainPath;
+  } cases[] = {{L"C:\\a\\b.lzh", L"\\\\?\\C:\\a\\b.lzh", L"C:\\a\\b.lzh"},
+               {L"C:/a/b.lzh", L"\\\\?\\C:/a/b.lzh", L"C:\\a\\b.lzh"},
+               {L"\\\\server\\share\\x", L"\\\\?\\UNC\\server\\share\\x", L"\\\\server\\share\\x"},
+               {L"\\\\?\\C:\\x", L"\\\\?\\C:\\x", L"C:\\x"},
+               {L"\\\\?\\UNC\\srv\\s\\x", L"\\\\?\\UNC\\srv\\s\\x", L"\\\\srv\\s\\x"},
+               {L"\\\\?\\unc\\srv\\s\\x", L"\\\\?\\unc\\srv\\s\\x", L"unc\\srv\\s\\x"},
+               {L"", L"\\\\?\\", L""}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(kz::ToLongPath(c.path), c.longPath) << kztest::Narrow(c.path);
+    EXPECT_EQ(kz::FromLongPath(c.path), c.plainPath) << kztest::Narrow(c.path);
+  }
+  EXPECT_EQ(kz::FromLongPath(nullptr), L"");
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, LongPaths,
-    ::testing::Values(
-        LongPathCase{L"C:\\a\\b.lzh", L"\\\\?\\C:\\a\\b.lzh", L"C:\\a\\b.lzh"},
-        LongPathCase{L"C:/a/b.lzh", L"\\\\?\\C:/a/b.lzh", L"C:\\a\\b.lzh"},
-        LongPathCase{L"\\\\server\\share\\x", L"\\\\?\\UNC\\server\\share\\x",
-                     L"\\\\server\\share\\x"},
-        LongPathCase{L"\\\\?\\C:\\x", L"\\\\?\\C:\\x", L"C:\\x"},
-        LongPathCase{L"\\\\?\\UNC\\srv\\s\\x", L"\\\\?\\UNC\\srv\\s\\x", L"\\\\srv\\s\\x"},
-        LongPathCase{L"\\\\?\\unc\\srv\\s\\x", L"\\\\?\\unc\\srv\\s\\x", L"unc\\srv\\s\\x"},
-        LongPathCase{L"", L"\\\\?\\", L""}));
-
-TEST(LongPathsNull, ANullPathIsEmpty) { EXPECT_EQ(kz::FromLongPath(nullptr), L""); }
 
 }  // namespace

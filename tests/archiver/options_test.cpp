@@ -2,9 +2,8 @@
 // chooses the method of every file added.
 #include <gtest/gtest.h>
 
-#include "archiver/case_name.h"
-
 #include "archiver/lha_archiver.h"
+#include "support/test_support.h"
 
 namespace {
 
@@ -47,7 +46,7 @@ INSTANTIATE_TEST_SUITE_P(
                    KZ_E_INVALIDARG, 64, 1},
         OptionCase{"rejected before the marker", {{1, 14, 7}}, KZ_E_INVALIDARG, 8, 0},
         OptionCase{"unknown option id", {{99, 0, 0}}, KZ_E_INVALIDARG, 8, 0}),
-    [](const auto& info) { return kztest::CaseName(info.param.what); });
+    kztest::CaseNameFromWhat());
 
 TEST(OptionsBaseTest, LevelAndCodePageAreValidated) {
   KzLhaArchiver a;

@@ -27,6 +27,16 @@ class CompressDriverTest : public ::testing::Test {
     kztest::ExpectLhasaReproduces(rig_.ArchivePath(), rig_.Dir() / "lhasa", files);
   }
 
+  // The source is refused with `status`, named, and nothing is written.
+  void ExpectRefused(const fs::path& source, int32_t status) {
+    EXPECT_EQ(rig_.Compress(source.filename().string(), source), status);
+    EXPECT_EQ(rig_.A().Status, status);
+    ASSERT_NE(rig_.A().ErrorFileName, nullptr);
+    EXPECT_EQ(std::wstring(rig_.A().ErrorFileName), PathString(kztest::Wide(source.string()).c_str()).c_str());
+    rig_.A().OutputStream.Close();
+    EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 0u);
+  }
+
   UpdateRig rig_;
 };
 
@@ -80,15 +90,7 @@ TEST_F(CompressDriverTest, HeaderCarriesTheSourceTimeAndTheCallersAttributes) {
 
 TEST_F(CompressDriverTest, UnopenableSourceWritesNothing) {
   fs::create_directories(rig_.Dir() / "src");  // a missing file, not a missing directory
-  const fs::path missing = rig_.Dir() / "src" / "missing.txt";
-  const int32_t r = rig_.Compress("missing.txt", missing);
-  EXPECT_EQ(r, static_cast<int32_t>(0x80070002));
-  EXPECT_EQ(rig_.A().Status, r);
-  ASSERT_NE(rig_.A().ErrorFileName, nullptr);
-  EXPECT_EQ(std::wstring(rig_.A().ErrorFileName),
-            PathString(kztest::Wide(missing.string()).c_str()).c_str());
-  rig_.A().OutputStream.Close();
-  EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 0u);
+  ExpectRefused(rig_.Dir() / "src" / "missing.txt", static_cast<int32_t>(0x80070002));
 }
 
 // A level-1 header cannot describe 4 GiB: such a source is refused before
@@ -99,13 +101,7 @@ TEST_F(CompressDriverTest, SourceOfFourGiBIsRefused) {
 #endif
   const auto src = rig_.Source("huge.bin", {});
   fs::resize_file(src, uint64_t{1} << 32);
-  const int32_t r = rig_.Compress("huge.bin", src);
-  EXPECT_EQ(r, kz::ARC_E_TOOLARGE);
-  EXPECT_EQ(rig_.A().Status, kz::ARC_E_TOOLARGE);
-  EXPECT_EQ(std::wstring(rig_.A().ErrorFileName),
-            PathString(kztest::Wide(src.string()).c_str()).c_str());
-  rig_.A().OutputStream.Close();
-  EXPECT_EQ(fs::file_size(rig_.ArchivePath()), 0u);
+  ExpectRefused(src, kz::ARC_E_TOOLARGE);
 }
 
 // A stop while copying stored data or while encoding fails the member: the

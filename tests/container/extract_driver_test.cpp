@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "archiver/lha_archiver.h"
@@ -206,21 +207,20 @@ TEST(ExtractDriver, TotalOfTheSelectedMembersComesBeforeTheFirstItem) {
   EXPECT_EQ(std::count(host.Calls.begin(), host.Calls.end(), "IsItemSelected no"), 2);
 }
 
-TEST(ExtractDriver, EmptyArchiveSetsTotalZeroAndReturnsTheStatusUnchanged) {
-  RecordingHost host;
-  host.Status = 5;  // a positive status passes through
-  EXPECT_EQ(host.Run(), 5);
-  EXPECT_EQ(host.Calls, (Calls{"Open 1330", "ReadMemberHeader", "SetTotalSize 0", "ReadMemberHeader", "Close"}));
-}
-
-TEST(ExtractDriver, AFailedOpenIsRecordedAndTheStreamStillClosed) {
-  RecordingHost host;
-  host.ArchiveStream.OpenFails = true;
-  host.Members = {{.Name = L"a"}};
-  host.HeaderFailureIndex = 0;  // the reads fail too once the open failed
-  host.HeaderFailureAt = kz::E_Fail;
-  EXPECT_EQ(host.Run(), kz::E_Fail);
-  EXPECT_EQ(host.Calls, (Calls{"Open 1330", "SetSystemError", "ReadMemberHeader", "SetTotalSize 0", "Close"}));
+// An empty archive sets a total of 0 and passes a positive status through;
+// a failed open is recorded, and the stream is still closed.
+TEST(ExtractDriver, EmptyArchiveOrFailedOpenStillSetsATotalAndCloses) {
+  RecordingHost empty;
+  empty.Status = 5;
+  EXPECT_EQ(empty.Run(), 5);
+  EXPECT_EQ(empty.Calls, (Calls{"Open 1330", "ReadMemberHeader", "SetTotalSize 0", "ReadMemberHeader", "Close"}));
+  RecordingHost failed;
+  failed.ArchiveStream.OpenFails = true;
+  failed.Members = {{.Name = L"a"}};
+  failed.HeaderFailureIndex = 0;  // the reads fail too once the open failed
+  failed.HeaderFailureAt = kz::E_Fail;
+  EXPECT_EQ(failed.Run(), kz::E_Fail);
+  EXPECT_EQ(failed.Calls, (Calls{"Open 1330", "SetSystemError", "ReadMemberHeader", "SetTotalSize 0", "Close"}));
 }
 
 TEST(ExtractDriver, ALibraryStepFailingSkipsTheDataButEndsTheItem) {
@@ -265,16 +265,12 @@ TEST(ExtractDriver, ANegativeItemDoneEndsTheLoop) {
 
 // ---- round trips with jlha --------------------------------------------------------------
 
-struct JlhaCase {
-  int Method;  // 5, 6, 7
-  int Level;   // 0, 1, 2
-};
-
-class JlhaRoundTrip : public ::testing::TestWithParam<JlhaCase> {};
+// Method (5, 6, 7) and header level (0, 1, 2).
+class JlhaRoundTrip : public ::testing::TestWithParam<std::tuple<int, int>> {};
 
 TEST_P(JlhaRoundTrip, DecodesToTheOriginalBytes) {
   if (!kztest::HaveTool("jlha")) GTEST_SKIP() << "jlha not installed";
-  const JlhaCase c = GetParam();
+  const auto [method, level] = GetParam();
   kztest::TempDir dir;
   std::map<std::string, Bytes> inputs;
   const size_t sizes[] = {0, 1, 4095, 4096, 4097, 8191, 8192, 8193, 32767, 32768, 32769, 65535, 65536, 65537};
@@ -282,7 +278,7 @@ TEST_P(JlhaRoundTrip, DecodesToTheOriginalBytes) {
   inputs["r70000"] = kztest::RandomBytes(70000, 3);
   inputs["big"] = kztest::TextBytes(2 << 20, 77);
   for (size_t i = 0; i < inputs["big"].size(); i += 4099) inputs["big"][i] = static_cast<uint8_t>(i >> 5);
-  std::vector<std::string> argv{"jlha", "a" + std::to_string(c.Level) + "o" + std::to_string(c.Method) + "q",
+  std::vector<std::string> argv{"jlha", "a" + std::to_string(level) + "o" + std::to_string(method) + "q",
                                 (dir / "x.lzh").string()};
   for (const auto& [name, bytes] : inputs) { kztest::WriteFile(dir / name, bytes); argv.push_back(name); }
   kztest::CommandResult made = kztest::Run(argv, dir.path().string());
@@ -298,12 +294,10 @@ TEST_P(JlhaRoundTrip, DecodesToTheOriginalBytes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(MethodsAndLevels, JlhaRoundTrip,
-                         ::testing::Values(JlhaCase{5, 0}, JlhaCase{5, 1}, JlhaCase{5, 2}, JlhaCase{6, 0},
-                                           JlhaCase{6, 1}, JlhaCase{6, 2}, JlhaCase{7, 0}, JlhaCase{7, 1},
-                                           JlhaCase{7, 2}),
+                         ::testing::Combine(::testing::Values(5, 6, 7), ::testing::Values(0, 1, 2)),
                          [](const auto& info) {
-                           return "lh" + std::to_string(info.param.Method) + "_level" +
-                                  std::to_string(info.param.Level);
+                           return "lh" + std::to_string(std::get<0>(info.param)) + "_level" +
+                                  std::to_string(std::get<1>(info.param));
                          });
 
 }  // namespace

@@ -89,6 +89,43 @@ TEST(DecodeMember, ADecoderFailureStandsWithoutACrcErrorOnTop) {
   EXPECT_EQ(h.Archiver().Status, kz::ARC_E_BADTABLE);
 }
 
+// A failure recorded before the member (by the host, or an earlier member)
+// stops each decoder before it hands anything over.
+TEST(DecodeMember, AStatusAlreadyNegativeStopsBeforeAnyOutput) {
+  const Bytes text = kztest::TextBytes(20000, 5);
+  const std::vector<kztest::Token> tokens = kztest::RandomTokens(20000, 8192, 41);
+  const struct {
+    uint32_t method;
+    Bytes packed, expected;
+  } cases[] = {{1, kztest::EncodeLh1(text), text}, {5, kztest::EncodeStatic(tokens, 14, 4), kztest::ExpandTokens(tokens)}};
+  for (const auto& c : cases) {
+    DecodeHarness h;
+    h.Archiver().SetError(kz::E_Fail, nullptr);
+    EXPECT_EQ(h.Decode({.Method = c.method, .Packed = c.packed, .OriginalSize = c.expected.size()}, c.expected),
+              kz::E_Fail);
+    EXPECT_TRUE(h.Blocks().empty()) << c.method;
+  }
+}
+
+// A flipped bit in the packed data fails the member's CRC, named after the
+// member; in a static-Huffman block it may make a table refuse instead.
+TEST(DecodeMember, DamagedDataShowsAsACrcErrorNamedAfterTheMember) {
+  const Bytes text = kztest::TextBytes(20000, 2);
+  const std::vector<kztest::Token> tokens = kztest::RandomTokens(20000, 8192, 31);
+  const struct {
+    uint32_t method;
+    Bytes packed, expected;
+  } cases[] = {{1, kztest::EncodeLh1(text), text}, {5, kztest::EncodeStatic(tokens, 14, 4), kztest::ExpandTokens(tokens)}};
+  for (auto c : cases) {
+    c.packed[c.packed.size() / 3] ^= 0x04;
+    DecodeHarness h;
+    const HRESULT hr = h.Decode({.Method = c.method, .Packed = c.packed, .OriginalSize = c.expected.size()}, c.expected);
+    if (c.method == 5 && hr == kz::ARC_E_BADTABLE) continue;
+    EXPECT_EQ(hr, kz::E_Crc) << c.method;
+    EXPECT_STREQ(h.Archiver().ErrorFileName, L"member.bin");
+  }
+}
+
 TEST(DecodeMember, EachMemberStartsFromFreshCounters) {
   Bytes data = kztest::TextBytes(5000, 2);
   DecodeHarness h;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <queue>
 #include <random>
 #include <stdexcept>
 
@@ -26,50 +25,6 @@ std::vector<uint32_t> CanonicalCodes(const std::vector<uint8_t>& lengths) {
   for (size_t s = 0; s < lengths.size(); ++s)
     if (lengths[s] != 0) codes[s] = next[lengths[s]]++;
   return codes;
-}
-
-std::vector<uint8_t> HuffmanLengths(const std::vector<uint32_t>& counts, uint32_t maxLength) {
-  std::vector<uint32_t> c = counts;
-  for (;;) {
-    struct Node {
-      uint64_t weight;
-      int32_t left, right;
-    };
-    std::vector<Node> nodes;
-    using Item = std::pair<uint64_t, int32_t>;
-    std::priority_queue<Item, std::vector<Item>, std::greater<Item>> queue;
-    for (size_t s = 0; s < c.size(); ++s) {
-      if (c[s] == 0) continue;
-      nodes.push_back({c[s], -1 - static_cast<int32_t>(s), 0});
-      queue.push({c[s], static_cast<int32_t>(nodes.size() - 1)});
-    }
-    if (queue.size() < 2) throw std::invalid_argument("HuffmanLengths needs two symbols");
-    while (queue.size() > 1) {
-      auto [wa, a] = queue.top();
-      queue.pop();
-      auto [wb, b] = queue.top();
-      queue.pop();
-      nodes.push_back({wa + wb, a, b});
-      queue.push({wa + wb, static_cast<int32_t>(nodes.size() - 1)});
-    }
-    std::vector<uint8_t> lengths(c.size(), 0);
-    uint32_t deepest = 0;
-    std::vector<std::pair<int32_t, uint32_t>> stack{{queue.top().second, 0}};
-    while (!stack.empty()) {
-      auto [n, depth] = stack.back();
-      stack.pop_back();
-      if (nodes[n].left < 0) {
-        lengths[static_cast<size_t>(-1 - nodes[n].left)] = static_cast<uint8_t>(depth);
-        deepest = std::max(deepest, depth);
-        continue;
-      }
-      stack.push_back({nodes[n].left, depth + 1});
-      stack.push_back({nodes[n].right, depth + 1});
-    }
-    if (deepest <= maxLength) return lengths;
-    for (auto& x : c)
-      if (x) x = (x + 1) / 2;  // flatten and try again
-  }
 }
 
 std::vector<uint8_t> FlatLengths(uint32_t n) {
@@ -170,23 +125,17 @@ void BlockWriter::Tokens(const std::vector<Token>& tokens) {
   }
 }
 
-namespace {
-
-std::vector<uint8_t> Trimmed(std::vector<uint8_t> lengths) {
-  while (!lengths.empty() && lengths.back() == 0) lengths.pop_back();
-  return lengths;
-}
-
-// Codes for the counted symbols; a lone symbol gets a partner so that the
-// code stays complete.
 std::vector<uint8_t> LengthsFor(std::vector<uint32_t> counts) {
   size_t used = std::count_if(counts.begin(), counts.end(), [](uint32_t c) { return c != 0; });
   for (size_t s = 0; used < 2; ++s)
     if (counts[s] == 0) counts[s] = 1, ++used;
-  return Trimmed(HuffmanLengths(counts));
+  const std::vector<uint8_t> flat = FlatLengths(static_cast<uint32_t>(used));
+  std::vector<uint8_t> lengths(counts.size(), 0);
+  for (size_t s = 0, k = 0; s < counts.size(); ++s)
+    if (counts[s] != 0) lengths[s] = flat[k++];
+  while (lengths.back() == 0) lengths.pop_back();
+  return lengths;
 }
-
-}  // namespace
 
 Bytes EncodeStatic(const std::vector<Token>& tokens, uint32_t np, uint32_t pbit, uint32_t blockCodes) {
   BitWriter out;
@@ -370,30 +319,9 @@ Bytes EncodeLh1Tokens(const std::vector<Token>& tokens) {
   return out.Finish();
 }
 
-Bytes EncodeLh1(const Bytes& data, bool useMatches) {
-  // History: 4036 spaces, then the data; the longest match within 4096 wins.
-  const size_t lead = 4036;
-  Bytes text(lead + data.size(), ' ');
-  std::copy(data.begin(), data.end(), text.begin() + static_cast<ptrdiff_t>(lead));
+Bytes EncodeLh1(const Bytes& data) {
   std::vector<Token> tokens;
-  for (size_t pos = lead; pos < text.size();) {
-    uint32_t bestLength = 0, bestDistance = 0;
-    if (useMatches) {
-      size_t from = pos >= 4096 ? pos - 4096 : 0;
-      for (size_t s = pos; s-- > from;) {
-        uint32_t n = 0;
-        while (n < 60 && pos + n < text.size() && text[s + n] == text[pos + n]) ++n;
-        if (n > bestLength) bestLength = n, bestDistance = static_cast<uint32_t>(pos - s);
-        if (n == 60) break;
-      }
-    }
-    if (bestLength >= 3) {
-      tokens.push_back(Match(bestLength, bestDistance));
-      pos += bestLength;
-    } else {
-      tokens.push_back(Literal(text[pos++]));
-    }
-  }
+  for (uint8_t b : data) tokens.push_back(Literal(b));
   return EncodeLh1Tokens(tokens);
 }
 

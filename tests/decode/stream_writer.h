@@ -38,12 +38,11 @@ inline Token Match(uint32_t length, uint32_t distance) {
 // Canonical codes: by length, then by symbol.
 std::vector<uint32_t> CanonicalCodes(const std::vector<uint8_t>& lengths);
 
-// Huffman lengths (at most maxLength) for the given symbol counts; symbols
-// of count 0 get length 0. Two or more symbols must be counted.
-std::vector<uint8_t> HuffmanLengths(const std::vector<uint32_t>& counts, uint32_t maxLength = 16);
-
 // A complete code over n symbols (n >= 2) with lengths as equal as can be.
 std::vector<uint8_t> FlatLengths(uint32_t n);
+// A flat code over the symbols counted (at least two: a lone one gets a
+// partner), without trailing zero lengths.
+std::vector<uint8_t> LengthsFor(std::vector<uint32_t> counts);
 
 // The code-length code used by BlockWriter unless told otherwise: all 19
 // symbols, lengths 4 and 5.
@@ -83,7 +82,7 @@ class BlockWriter {
 };
 
 // Whole -lh5/6/7- stream: blocks of at most blockCodes tokens, each with
-// Huffman codes built from its own tokens.
+// codes over the symbols it uses.
 Bytes EncodeStatic(const std::vector<Token>& tokens, uint32_t np, uint32_t pbit,
                    uint32_t blockCodes = 65535);
 
@@ -96,9 +95,8 @@ Bytes ExpandTokens(const std::vector<Token>& tokens);
 std::vector<Token> RandomTokens(size_t size, uint32_t maxDistance, uint32_t seed,
                                 bool reachBeforeStart = false);
 
-// -lh1- packed data for the given bytes: literals, and matches of 3 to 60
-// bytes within 4096 found greedily (the history starts with 4036 spaces).
-Bytes EncodeLh1(const Bytes& data, bool useMatches = true);
+// -lh1- packed data for the given bytes as literals.
+Bytes EncodeLh1(const Bytes& data);
 // -lh1- for an explicit token list (lengths 3..60, distances 1..4096).
 Bytes EncodeLh1Tokens(const std::vector<Token>& tokens);
 
