@@ -16,10 +16,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using kztest::ArchiveBuilder;
-using kztest::Bytes;
-using kztest::MemberSpec;
-using kztest::ToBytes;
+using namespace kztest;
 
 // Levels 0, 1 (with a directory) and 2, stored and -lh5-: every kind of
 // header and both kinds of data, under 1 KB in all.
