@@ -22,24 +22,18 @@ std::vector<fs::path> SharedArchives() {
   return out;
 }
 
+std::set<std::string> DirectoryNames(const fs::path& dir) {
+  std::set<std::string> out;
+  for (const auto& e : fs::directory_iterator(dir)) out.insert(e.path().filename().string());
+  return out;
+}
+
 std::map<std::string, Bytes> RegularFiles(const fs::path& root) {
   std::map<std::string, Bytes> out;
   std::error_code ec;
   for (auto it = fs::recursive_directory_iterator(root, ec); !ec && it != fs::end(it); it.increment(ec)) {
     if (it->is_symlink() || !it->is_regular_file()) continue;
     out[fs::relative(it->path(), root).generic_string()] = kztest::ReadFile(it->path());
-  }
-  return out;
-}
-
-std::vector<Bytes> MemberRecords(const Bytes& a) {
-  std::vector<Bytes> out;
-  size_t pos = 0;
-  while (pos + 22 <= a.size() && a[pos] != 0) {
-    const size_t packed = a[pos + 7] | a[pos + 8] << 8 | a[pos + 9] << 16 | static_cast<size_t>(a[pos + 10]) << 24;
-    const size_t end = std::min(a.size(), pos + a[pos] + 2u + packed);
-    out.emplace_back(a.begin() + static_cast<long>(pos), a.begin() + static_cast<long>(end));
-    pos = end;
   }
   return out;
 }
@@ -73,9 +67,7 @@ JsonObject ParseJsonLine(const std::string& line) {
     if (!std::regex_search(rest, m, kMember, std::regex_constants::match_continuous)) return obj;
     const std::string key = unescape(m[1]);
     if (obj.fields.count(key)) return obj;
-    const char kind = m[2].matched ? 's' : m[3].matched ? 'n' : 'b';
-    obj.fields[key] = kind == 's' ? unescape(m[2]) : kind == 'n' ? m[3].str() : m[4].str();
-    obj.kinds[key] = kind;
+    obj.fields[key] = m[2].matched ? unescape(m[2]) : m[3].matched ? m[3].str() : m[4].str();
     pos += static_cast<size_t>(m.length(0));
     if (m[5] == "}") break;
   }

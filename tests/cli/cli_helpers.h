@@ -1,6 +1,5 @@
 // Helpers for the end-to-end tests of kzlha: running the real binary,
-// walking trees, splitting written archives into member records, and a
-// small JSON reader for --json lines.
+// walking trees, and a small JSON reader for --json lines.
 #pragma once
 
 #include <filesystem>
@@ -26,18 +25,16 @@ kztest::CommandResult Kz(const std::vector<std::string>& args, const std::string
 // Every archive of the shared corpus (README excluded), sorted.
 std::vector<fs::path> SharedArchives();
 
+// The names of the entries in dir (to see that nothing temporary stays).
+std::set<std::string> DirectoryNames(const fs::path& dir);
+
 // Regular files below root (symbolic links not followed), by relative path.
 std::map<std::string, Bytes> RegularFiles(const fs::path& root);
 
-// The member records (header and data) of a level-0/1 archive, in order.
-std::vector<Bytes> MemberRecords(const Bytes& archive);
-
 // A flat JSON object: member name -> value text (strings unescaped,
-// numbers and literals as written) and its kind: 's' string, 'n' number,
-// 'b' bool. ok is false for anything malformed.
+// numbers and literals as written). ok is false for anything malformed.
 struct JsonObject {
   std::map<std::string, std::string> fields;
-  std::map<std::string, char> kinds;
   bool ok = false;
 };
 JsonObject ParseJsonLine(const std::string& line);

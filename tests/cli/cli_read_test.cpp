@@ -222,6 +222,7 @@ TEST(Paths, IgnorePathsDropsTheDirectories) {
 
 // ---- JSON -----------------------------------------------------------------
 
+// The fields' form is format_test's; here: the engine's values reach them.
 TEST(Json, MembersAndTotalsOfAKnownArchive) {
   auto r = Kz({"l", "--json", Multiple().string()});
   ASSERT_EQ(r.ExitCode, 0) << r.Err;
@@ -229,34 +230,18 @@ TEST(Json, MembersAndTotalsOfAKnownArchive) {
   ASSERT_EQ(lines.size(), 6u) << r.Out;
   const char* const names[] = {"file1.txt", "file2-1.txt", "file2-2.txt", "file3.txt", "file4.txt"};
   const char* const crcs[] = {"3245", "59f1", "39a9", "7225", "abbe"};
-  const std::vector<std::string> memberKeys = {"attributes", "crc",        "directory", "kind",
-                                               "level",      "method",     "mtime",     "mtime_unix",
-                                               "name",       "original",   "os",        "os_name",
-                                               "packed"};
   for (size_t i = 0; i < 5; ++i) {
     JsonObject o = ParseJsonLine(lines[i]);
     ASSERT_TRUE(o.ok) << lines[i];
-    std::vector<std::string> keys;
-    for (const auto& kv : o.fields) keys.push_back(kv.first);
-    EXPECT_EQ(keys, memberKeys) << lines[i];
-    EXPECT_EQ(o.fields["kind"], "member");
     EXPECT_EQ(o.fields["name"], names[i]);
     EXPECT_EQ(o.fields["crc"], crcs[i]);
     EXPECT_EQ(o.fields["method"], "-lh0-");
     EXPECT_EQ(o.fields["packed"], o.fields["original"]);
-    EXPECT_EQ(o.kinds["packed"], 'n');
-    EXPECT_EQ(o.kinds["directory"], 'b');
-    EXPECT_TRUE(std::regex_match(o.fields["mtime"], std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
   }
   JsonObject t = ParseJsonLine(lines[5]);
-  ASSERT_TRUE(t.ok) << lines[5];
-  EXPECT_EQ(t.fields["kind"], "totals");
   EXPECT_EQ(t.fields["members"], "5");
   EXPECT_EQ(t.fields["packed"], "64");
-  EXPECT_EQ(t.fields["original"], "64");
   EXPECT_EQ(t.fields["ratio_percent"], "100");
-  // Stable: the same bytes every time.
-  EXPECT_EQ(Kz({"l", "--json", Multiple().string()}).Out, r.Out);
   EXPECT_EQ(Kz({"v", "--json", Multiple().string()}).Out, r.Out);
 }
 

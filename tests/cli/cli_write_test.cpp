@@ -2,10 +2,6 @@
 // lhasa, and failures leave the old archive exactly as it was.
 #include <gtest/gtest.h>
 
-#ifndef _WIN32
-#include <unistd.h>
-#endif
-
 #include "cli/cli_helpers.h"
 
 namespace kzclitest {
@@ -32,13 +28,6 @@ std::map<std::string, std::string> MethodsByName(const fs::path& archive) {
     JsonObject o = ParseJsonLine(line);
     if (o.fields["kind"] == "member") out[o.fields["name"]] = o.fields["method"];
   }
-  return out;
-}
-
-// The only files in dir, so nothing temporary stays behind.
-std::set<std::string> DirectoryNames(const fs::path& dir) {
-  std::set<std::string> out;
-  for (const auto& e : fs::directory_iterator(dir)) out.insert(e.path().filename().string());
   return out;
 }
 
@@ -137,31 +126,25 @@ TEST(Add, ReplacesAndExcludes) {
   EXPECT_EQ(Kz({"pq", (d / "r.lzh").string(), "keep.txt"}).Out, "changed");
 }
 
-TEST(Delete, RemovesMembersAndKeepsTheOthersByteForByte) {
+// Which members stay byte for byte is the library's business
+// (enginelib/update_ops_test); here: the selection and what kzlha says.
+TEST(Delete, RemovesSelectedMembersAndTheArchiveWithTheLast) {
   kztest::TempDir d;
   MakeTree(d.path());
   ASSERT_EQ(Kz({"cq", "d.lzh", "text.txt", "random.bin", "sub"}, d.path().string()).ExitCode, 0);
-  const std::vector<Bytes> before = MemberRecords(kztest::ReadFile(d / "d.lzh"));
-  ASSERT_EQ(before.size(), 4u);
   auto r = Kz({"d", (d / "d.lzh").string(), "random.bin", "sub/deeper"});
   EXPECT_EQ(r.ExitCode, 0) << r.Err;
   EXPECT_TRUE(Contains(r.Out, "2 members deleted")) << r.Out;
-  // What stays is exactly the old records of the kept members, in order.
-  std::vector<Bytes> kept;
-  for (const Bytes& record : before) {
-    const std::string name(record.begin() + 22, record.begin() + 22 + record[21]);
-    if (name != "random.bin" && name.rfind("sub\\deeper", 0) != 0) kept.push_back(record);
-  }
-  ASSERT_EQ(kept.size(), 2u);
-  EXPECT_TRUE(MemberRecords(kztest::ReadFile(d / "d.lzh")) == kept);
-  if (kztest::HaveTool("lhasa")) {
-    EXPECT_EQ(kztest::Run({"lhasa", "t", (d / "d.lzh").string()}).ExitCode, 0);
-  }
+  auto left = [&] {
+    std::set<std::string> names;
+    for (const auto& [name, method] : MethodsByName(d / "d.lzh")) names.insert(name);
+    return names;
+  };
+  EXPECT_EQ(left(), (std::set<std::string>{"text.txt", "sub/inner.txt"}));
   auto none = Kz({"d", (d / "d.lzh").string(), "nothing.here"});
   EXPECT_EQ(none.ExitCode, 1);
   EXPECT_TRUE(Contains(none.Err, "nothing.here: no member matches")) << none.Err;
-  EXPECT_EQ(MemberRecords(kztest::ReadFile(d / "d.lzh")).size(), 2u);
-  // Deleting every member removes the archive.
+  EXPECT_EQ(left().size(), 2u);
   auto all = Kz({"d", "d.lzh", "*"}, d.path().string());
   EXPECT_EQ(all.ExitCode, 0) << all.Err;
   EXPECT_TRUE(Contains(all.Err, "kzlha: d.lzh: all members deleted; archive removed")) << all.Err;
@@ -201,27 +184,6 @@ TEST(FailedAdd, LeavesTheOldArchiveAndNoTemporaryFile) {
   auto c = Kz({"c", "arc/new.lzh", "gone.txt"}, d.path().string());
   EXPECT_EQ(c.ExitCode, 1);
   EXPECT_EQ(DirectoryNames(d / "arc"), entries);
-}
-
-TEST(FailedAdd, ReadOnlyDestinationDirectory) {
-#ifdef _WIN32
-  GTEST_SKIP() << "directories have no write permission to take away";
-#else
-  if (geteuid() == 0) GTEST_SKIP() << "root writes into read-only directories";
-#endif
-  kztest::TempDir d;
-  fs::create_directories(d / "arc");
-  kztest::WriteFile(d / "one.txt", std::string("one"));
-  kztest::WriteFile(d / "two.txt", std::string("two"));
-  ASSERT_EQ(Kz({"cq", "arc/f.lzh", "one.txt"}, d.path().string()).ExitCode, 0);
-  const Bytes before = kztest::ReadFile(d / "arc/f.lzh");
-  fs::permissions(d / "arc", fs::perms::owner_read | fs::perms::owner_exec);
-  auto r = Kz({"a", "arc/f.lzh", "two.txt"}, d.path().string());
-  fs::permissions(d / "arc", fs::perms::owner_all);
-  EXPECT_EQ(r.ExitCode, 1);
-  EXPECT_TRUE(Contains(r.Err, "permission denied")) << r.Err;
-  EXPECT_TRUE(kztest::ReadFile(d / "arc/f.lzh") == before);
-  EXPECT_EQ(DirectoryNames(d / "arc"), std::set<std::string>{"f.lzh"});
 }
 
 }  // namespace

@@ -5,16 +5,11 @@
 // read before the size check.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
-#include "support/test_support.h"
+#include "cli/cli_helpers.h"
 
-namespace fs = std::filesystem;
-
+namespace kzclitest {
 namespace {
 
 struct TooLargeCase {
@@ -32,13 +27,6 @@ class TooLargeSource : public ::testing::TestWithParam<TooLargeCase> {};
 
 constexpr uint64_t k4GiB = uint64_t{1} << 32;
 
-std::vector<std::string> Entries(const fs::path& dir) {
-  std::vector<std::string> names;
-  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 TEST_P(TooLargeSource, IsRefusedAndNothingChanges) {
 #ifdef _WIN32
   GTEST_SKIP() << "a 4 GiB file is not sparse on NTFS without asking";
@@ -49,20 +37,20 @@ TEST_P(TooLargeSource, IsRefusedAndNothingChanges) {
   kztest::WriteFile(dir / "small.txt", kztest::TextBytes(3000, 1));
   kztest::WriteFile(dir / "kept.txt", kztest::TextBytes(5000, 2));
   if (c.ExistingArchive) {
-    const auto made = kztest::Run({kztest::CliPath(), "a", "-q", archive.string(), "kept.txt"}, dir.path().string());
+    const auto made = Kz({"a", "-q", archive.string(), "kept.txt"}, dir.path().string());
     ASSERT_EQ(made.ExitCode, 0) << made.Err;
   }
   const kztest::Bytes before = c.ExistingArchive ? kztest::ReadFile(archive) : kztest::Bytes{};
   { std::ofstream(dir / "huge.bin"); }
   fs::resize_file(dir / "huge.bin", c.HugeSize);
-  const std::vector<std::string> entriesBefore = Entries(dir.path());
+  const std::set<std::string> entriesBefore = DirectoryNames(dir.path());
 
-  std::vector<std::string> argv = {kztest::CliPath(), c.Command};
+  std::vector<std::string> argv = {c.Command};
   if (*c.Option != 0) argv.push_back(c.Option);
   argv.push_back(archive.string());
   if (c.SmallSourceFirst) argv.push_back("small.txt");
   argv.push_back("huge.bin");
-  const auto r = kztest::Run(argv, dir.path().string());
+  const auto r = Kz(argv, dir.path().string());
 
   EXPECT_NE(r.ExitCode, 0);
   EXPECT_NE(r.Err.find("huge.bin"), std::string::npos) << r.Err;
@@ -73,7 +61,7 @@ TEST_P(TooLargeSource, IsRefusedAndNothingChanges) {
     EXPECT_FALSE(fs::exists(archive));
   }
   // No temporary archive left, and a move deleted none of its sources.
-  EXPECT_EQ(Entries(dir.path()), entriesBefore);
+  EXPECT_EQ(DirectoryNames(dir.path()), entriesBefore);
   EXPECT_EQ(fs::file_size(dir / "huge.bin"), c.HugeSize);
 }
 
@@ -88,3 +76,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<TooLargeCase>& info) { return std::string(info.param.Label); });
 
 }  // namespace
+}  // namespace kzclitest

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <stdexcept>
 
 namespace kz {
@@ -112,26 +111,17 @@ std::vector<kz::BlockCode> EncoderRig::SearchCodes(Method m, uint32_t level, con
 }
 
 Bytes UniquePairBytes(size_t n) {
-  // Lexicographically least de Bruijn sequence B(256, 2), linearised.
-  constexpr int k = 256;
+  // The least de Bruijn sequence B(256, 2): its Lyndon words "a" and "a b"
+  // (a < b) in order, then the wrap-around pair.
   Bytes seq;
-  std::vector<int> a(3, 0);
-  auto db = [&](auto&& self, int t, int p) -> void {
-    if (t > 2) {
-      if (2 % p == 0) {
-        for (int j = 1; j <= p; ++j) seq.push_back(static_cast<uint8_t>(a[j]));
-      }
-      return;
+  for (int a = 0; a < 256; ++a) {
+    seq.push_back(static_cast<uint8_t>(a));
+    for (int b = a + 1; b < 256; ++b) {
+      seq.push_back(static_cast<uint8_t>(a));
+      seq.push_back(static_cast<uint8_t>(b));
     }
-    a[t] = a[t - p];
-    self(self, t + 1, p);
-    for (int j = a[t - p] + 1; j < k; ++j) {
-      a[t] = j;
-      self(self, t + 1, t);
-    }
-  };
-  db(db, 1, 1);
-  seq.push_back(seq[0]);  // the wrap-around pair
+  }
+  seq.push_back(seq[0]);
   if (n > seq.size()) throw std::invalid_argument("UniquePairBytes: too long");
   seq.resize(n);
   return seq;

@@ -26,7 +26,6 @@ inline BlockCode Match(uint32_t length, uint32_t distanceCode) { return {true, l
 struct EncoderTestAccess {
   static void PutBits(EncoderBase& e, uint32_t n, uint32_t v) { e.PutBits(n, v); }
   static void SyncBits(EncoderBase& e) { e.SyncBits(); }
-  static void FinishOutput(EncoderBase& e) { e.FinishOutput(); }
   static void ResetFrame(EncoderBase& e) { e.ResetFrame(); }
   static uint32_t OutputCount(const EncoderBase& e) { return e.OutputCount; }
   static const uint8_t* OutputBuffer(const EncoderBase& e) { return e.OutputBuffer; }

@@ -22,9 +22,9 @@ struct TreeCase {
   std::vector<uint16_t> ExpectCode;  // for the symbols with a length, in symbol order
 };
 
-std::vector<uint16_t> Fibonacci18() {
+std::vector<uint16_t> Fibonacci(size_t n) {
   std::vector<uint16_t> f{1, 1};
-  while (f.size() < 18) f.push_back(static_cast<uint16_t>(f[f.size() - 1] + f[f.size() - 2]));
+  while (f.size() < n) f.push_back(static_cast<uint16_t>(f[f.size() - 1] + f[f.size() - 2]));
   return f;
 }
 
@@ -35,7 +35,7 @@ const TreeCase kTreeCases[] = {
     {"FourEqual", {3, 3, 3, 3}, -1, {2, 2, 2, 2}, {0, 1, 2, 3}},
     {"OneToFive", {1, 2, 3, 4, 5}, -1, {3, 3, 2, 2, 2}, {6, 7, 0, 1, 2}},
     {"Fibonacci17Deep",
-     Fibonacci18(),
+     Fibonacci(18),
      -1,
      {16, 16, 16, 16, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1},
      {0xFFFC, 0xFFFD, 0xFFFE, 0xFFFF, 0x3FFE, 0x1FFE, 0x0FFE, 0x07FE, 0x03FE, 0x01FE, 0x00FE,
@@ -91,8 +91,7 @@ TEST(MakeTreeProperties, RandomFrequenciesGiveCompletePrefixCodes) {
     if (deep) {
       // Fibonacci counts in shuffled symbols: a tree about 21 deep, so the
       // 16-bit cap has work to do. Their sum stays below 2^16.
-      std::vector<uint16_t> fib{1, 1};
-      while (fib.size() < 22) fib.push_back(static_cast<uint16_t>(fib.end()[-1] + fib.end()[-2]));
+      std::vector<uint16_t> fib = Fibonacci(22);
       std::shuffle(fib.begin(), fib.end(), rng);
       std::copy(fib.begin(), fib.end(), freq.begin());
     } else {

@@ -5,7 +5,6 @@
 #include <unistd.h>
 #endif
 
-#include <cstring>
 #include <string>
 
 #include "enginelib/kz_archiver.h"
@@ -38,15 +37,12 @@ TEST(FileStreamTest, FailuresRecordTheSystemErrorAndTheStreamName) {
 #ifdef _WIN32
   // Wine leaves read-only files to their Unix permissions, which root passes.
   const bool root = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-  const DWORD missingDirectory = ERROR_PATH_NOT_FOUND;  // Windows tells it from a missing file
 #else
   const bool root = geteuid() == 0;  // root may write to read-only files
-  const DWORD missingDirectory = ERROR_FILE_NOT_FOUND;
 #endif
   const Case cases[] = {
       {"missing file", "missing.bin", kz::HresultFromWin32(ERROR_FILE_NOT_FOUND)},
       {"directory", "sub", kz::HresultFromWin32(ERROR_ACCESS_DENIED)},
-      {"missing directory on the way", "nodir/x.bin", kz::HresultFromWin32(missingDirectory)},
   };
   for (const auto& c : cases) {
     Archiver a;
@@ -61,17 +57,13 @@ TEST(FileStreamTest, FailuresRecordTheSystemErrorAndTheStreamName) {
 
   Archiver a;
   ASSERT_EQ(a.Init(), 0);
-  // A read past the end delivers what there is and zero-fills the rest.
+  // A read past the end delivers what there is (the zero fill: platform/file_stream_test).
   std::wstring shortPath = Wide((dir / "short.bin").string());
   ASSERT_TRUE(a.ArchiveStream.Open(shortPath.c_str(), GENERIC_READ, 3, OPEN_EXISTING, 0, 0));
   uint8_t buf[8];
-  std::memset(buf, 0xEE, sizeof buf);
   uint32_t got = 99;
   ASSERT_TRUE(a.ArchiveStream.Read(buf, sizeof buf, &got, 0));
   EXPECT_EQ(got, 3u);
-  EXPECT_EQ(buf[2], 'c');
-  EXPECT_EQ(buf[3], 0);
-  EXPECT_EQ(buf[7], 0);
   // A short read is no system error: recording it still gives a failure.
   SetLastError(0);
   EXPECT_EQ(a.SetSystemError(a.ArchiveStream.GetName()), kz::HresultFromWin32(ERROR_HANDLE_EOF));
@@ -85,23 +77,6 @@ TEST(FileStreamTest, FailuresRecordTheSystemErrorAndTheStreamName) {
   uint32_t written = 7;
   EXPECT_FALSE(a.ArchiveStream.Write("z", 1, &written, 0));
   EXPECT_EQ(written, 0u);
-}
-
-TEST(FaultInjectionTest, TheNthArmedCallFails) {
-  TempDir dir;
-  kztest::WriteFile(dir / "f.bin", std::string("abcdef"));
-  std::wstring path = Wide((dir / "f.bin").string());
-  FileStream s;
-  ASSERT_TRUE(s.Open(path.c_str(), GENERIC_READ, 3, OPEN_EXISTING, 0, 0));
-  kz::fault::Arm(2, kz::fault::kRead);
-  char c;
-  EXPECT_TRUE(s.Read(&c, 1, nullptr, 0));
-  EXPECT_FALSE(s.Read(&c, 1, nullptr, 0));
-  EXPECT_EQ(GetLastError(), ERROR_GEN_FAILURE);
-  EXPECT_TRUE(s.Seek(0, 0, 0));  // other kinds are not counted
-  EXPECT_TRUE(s.Read(&c, 1, nullptr, 0));
-  EXPECT_EQ(kz::fault::CallsSeen(), 3u);
-  kz::fault::Disarm();
 }
 
 TEST(PathStringTest, AssignmentDropsLongPathPrefixesAndTurnsSlashes) {
@@ -179,22 +154,6 @@ TEST(SelectionTest, PatternsTable) {
     EXPECT_EQ(kz::NameSelected(c.pattern, c.name, c.flags), c.selected)
         << kztest::Narrow(c.pattern) << " vs " << kztest::Narrow(c.name) << " flags " << c.flags;
   }
-}
-
-TEST(SelectionTest, EmptySelectionTakesEveryMember) {
-  Archiver a;
-  ASSERT_EQ(a.Init(), 0);
-  LhaHeader record{};
-  wchar_t name[] = L"x";
-  record.Name = name;
-  EXPECT_EQ(a.IsItemSelected(&record, nullptr, 0), 1);
-  KzList* list = KzList::Create(KZ_LIST_NAMES);
-  EXPECT_EQ(a.IsItemSelected(&record, list, 0), 1);
-  ASSERT_EQ(KzList::Add(list, L"y", 0), 0);
-  EXPECT_EQ(a.IsItemSelected(&record, list, 0), 0);
-  ASSERT_EQ(KzList::Add(list, L"x", 0), 0);
-  EXPECT_EQ(a.IsItemSelected(&record, list, 0), 1);
-  KzList::Free(list);
 }
 
 TEST(LogTest, ErrorsGoToTheLogAndTheMessageCallback) {

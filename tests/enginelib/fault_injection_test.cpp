@@ -20,14 +20,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using kztest::ArchiveBuilder;
-using kztest::Bytes;
-using kztest::EnginePath;
-using kztest::HasTempFiles;
-using kztest::AddItems;
-using kztest::DeleteItems;
-using kztest::MemberSpec;
-using kztest::TempDir;
+using namespace kztest;
 
 constexpr int64_t kSourceTime = 1600000000;
 

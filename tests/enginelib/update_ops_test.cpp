@@ -19,17 +19,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using kztest::ArchiveBuilder;
-using kztest::Bytes;
-using kztest::Contents;
-using kztest::EnginePath;
-using kztest::FindRaw;
-using kztest::HasTempFiles;
-using kztest::MemberSpec;
-using kztest::Names;
-using kztest::RawMembers;
-using kztest::TempDir;
-using kztest::ToBytes;
+using namespace kztest;
 
 const uint32_t kMemberTime = kztest::DosTime(2020, 1, 1, 12, 0, 0);
 
