@@ -179,7 +179,7 @@ TEST(Destination, MissingParentsAreMadeAndAFileInTheWayIsNamed) {
   for (const fs::path& blocked : {d / "plain", d / "plain/sub"}) {
     auto r = Kz({"x", "-w=" + blocked.string(), Multiple().string()});
     EXPECT_EQ(r.ExitCode, 1) << blocked;
-    EXPECT_TRUE(Contains(r.Err, blocked.string() + ": cannot create the directory: Not a directory")) << r.Err;
+    EXPECT_TRUE(Contains(r.Err, blocked.generic_string() + ": cannot create the directory: ")) << r.Err;
   }
 }
 

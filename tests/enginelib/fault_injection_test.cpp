@@ -219,9 +219,14 @@ TEST_P(ExtractionSweep, NeverLeavesAPartialFile) {
   };
   // What a run without failures gives: every file and its contents.
   ASSERT_EQ(run(0, 0).first, 0);
-  std::vector<std::pair<fs::path, Bytes>> expected;
+  struct Made {
+    fs::path Path;
+    Bytes Content;
+    fs::file_time_type Time;
+  };
+  std::vector<Made> expected;
   for (const auto& e : fs::recursive_directory_iterator(dir / "out")) {
-    if (e.is_regular_file()) expected.emplace_back(e.path(), kztest::ReadFile(e.path()));
+    if (e.is_regular_file()) expected.push_back({e.path(), kztest::ReadFile(e.path()), e.last_write_time()});
   }
   ASSERT_FALSE(expected.empty());
   int failures = 0;
@@ -232,9 +237,12 @@ TEST_P(ExtractionSweep, NeverLeavesAPartialFile) {
       std::string where = "kind " + std::to_string(kind) + ", call " + std::to_string(n);
       if (hr < 0) ++failures;
       EXPECT_FALSE(fs::exists(dir / "out") && HasTempFiles(dir / "out")) << where;
-      for (const auto& [path, content] : expected) {
+      for (const auto& [path, content, time] : expected) {
         if (fs::exists(path)) {
+          // A file that stayed is whole, and stamped: a failure to set its
+          // time is a failure of the member.
           EXPECT_EQ(kztest::ReadFile(path), content) << where << " " << path;
+          EXPECT_EQ(fs::last_write_time(path), time) << where << " " << path;
         } else if (kind != kz::fault::kSeek) {
           // (The engine's header reader does not examine its seek, as its
           // format description says: a failed seek reads as the archive's
