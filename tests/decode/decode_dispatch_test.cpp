@@ -89,16 +89,22 @@ TEST(DecodeMember, ADecoderFailureStandsWithoutACrcErrorOnTop) {
   EXPECT_EQ(h.Archiver().Status, kz::ARC_E_BADTABLE);
 }
 
+// One member of each decoder family (-lh1- and -lh5-), 20000 bytes each.
+struct FamilyCase {
+  uint32_t method;
+  Bytes packed, expected;
+};
+
+std::vector<FamilyCase> BothFamilies(uint32_t textSeed, uint32_t tokenSeed) {
+  const Bytes text = kztest::TextBytes(20000, textSeed);
+  const std::vector<kztest::Token> tokens = kztest::RandomTokens(20000, 8192, tokenSeed);
+  return {{1, kztest::EncodeLh1(text), text}, {5, kztest::EncodeStatic(tokens, 14, 4), kztest::ExpandTokens(tokens)}};
+}
+
 // A failure recorded before the member (by the host, or an earlier member)
 // stops each decoder before it hands anything over.
 TEST(DecodeMember, AStatusAlreadyNegativeStopsBeforeAnyOutput) {
-  const Bytes text = kztest::TextBytes(20000, 5);
-  const std::vector<kztest::Token> tokens = kztest::RandomTokens(20000, 8192, 41);
-  const struct {
-    uint32_t method;
-    Bytes packed, expected;
-  } cases[] = {{1, kztest::EncodeLh1(text), text}, {5, kztest::EncodeStatic(tokens, 14, 4), kztest::ExpandTokens(tokens)}};
-  for (const auto& c : cases) {
+  for (const auto& c : BothFamilies(5, 41)) {
     DecodeHarness h;
     h.Archiver().SetError(kz::E_Fail, nullptr);
     EXPECT_EQ(h.Decode({.Method = c.method, .Packed = c.packed, .OriginalSize = c.expected.size()}, c.expected),
@@ -110,13 +116,7 @@ TEST(DecodeMember, AStatusAlreadyNegativeStopsBeforeAnyOutput) {
 // A flipped bit in the packed data fails the member's CRC, named after the
 // member; in a static-Huffman block it may make a table refuse instead.
 TEST(DecodeMember, DamagedDataShowsAsACrcErrorNamedAfterTheMember) {
-  const Bytes text = kztest::TextBytes(20000, 2);
-  const std::vector<kztest::Token> tokens = kztest::RandomTokens(20000, 8192, 31);
-  const struct {
-    uint32_t method;
-    Bytes packed, expected;
-  } cases[] = {{1, kztest::EncodeLh1(text), text}, {5, kztest::EncodeStatic(tokens, 14, 4), kztest::ExpandTokens(tokens)}};
-  for (auto c : cases) {
+  for (auto c : BothFamilies(2, 31)) {
     c.packed[c.packed.size() / 3] ^= 0x04;
     DecodeHarness h;
     const HRESULT hr = h.Decode({.Method = c.method, .Packed = c.packed, .OriginalSize = c.expected.size()}, c.expected);
