@@ -95,8 +95,9 @@ INSTANTIATE_TEST_SUITE_P(
 // A fake header inside a stub: the pattern, a level byte, and the size and
 // checksum bytes as given (level 2 has no checksum to pass).
 Bytes FakeCandidate(uint8_t size, uint8_t checksum, uint8_t level) {
-  Bytes c{size, checksum, '-', 'l', 'h', '?', '-'};
-  c.resize(22, 0);
+  Bytes c(22, 0);
+  const uint8_t head[] = {size, checksum, '-', 'l', 'h', '?', '-'};
+  std::copy(std::begin(head), std::end(head), c.begin());
   c[20] = level;
   return c;
 }
