@@ -342,7 +342,6 @@ bool StaticHuffmanDecoderBase::Flush(StaticBitInput& in, const uint8_t* data, ui
 
 namespace {
 
-
 // A match into ring[loc...]. A source behind the ring's start lies before
 // the member's first byte until the first half is out (zeros), at the
 // ring's end afterwards.
