@@ -160,6 +160,13 @@ class KzLha1Decoder final : public KzDecompressor {
   void RebuildTree();
   void FlushBlock(uint32_t start, uint32_t count);
   void CopyMatch(uint32_t pos, uint32_t distance, uint32_t length);
+  // Grandchild links of an inner node from its children's NodeChild.
+  void SetGrand(uint32_t n) {
+    const uint32_t c = static_cast<uint32_t>(NodeChild[n]);
+    Grand[n][0] = static_cast<uint16_t>(NodeChild[c]);
+    Grand[n][1] = static_cast<uint16_t>(NodeChild[c + 1]);
+  }
+  void SetAllGrand();
 
   uint8_t* Ring = nullptr;
   uint8_t* Output = nullptr;  // kept for the buffer contract; blocks leave from Ring
@@ -167,6 +174,9 @@ class KzLha1Decoder final : public KzDecompressor {
   uint32_t NodeFreq[T + 1];
   int32_t NodeParent[T + N_CHAR];
   int32_t NodeChild[T];
+  // Grand[n][b] = NodeChild[NodeChild[n] + b] for every inner node n: the
+  // walk resolves two levels per dependent load.
+  uint16_t Grand[T][2];
   uint8_t* InputChunk = nullptr;
 };
 

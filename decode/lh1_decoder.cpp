@@ -112,6 +112,12 @@ void KzLha1Decoder::InitTree() {
   }
   NodeFreq[T] = 0xFFFF;
   NodeParent[R] = 0;
+  SetAllGrand();
+}
+
+void KzLha1Decoder::SetAllGrand() {
+  for (uint32_t n = 0; n < T; ++n)
+    if (NodeChild[n] < static_cast<int32_t>(T)) SetGrand(n);
 }
 
 void KzLha1Decoder::RebuildTree() {
@@ -142,6 +148,7 @@ void KzLha1Decoder::RebuildTree() {
     NodeParent[k] = static_cast<int32_t>(i);
     if (k < static_cast<int32_t>(T)) NodeParent[k + 1] = static_cast<int32_t>(i);
   }
+  SetAllGrand();
 }
 
 // Adds one to the count of `c` and of every node above it. Moving a node
@@ -168,6 +175,14 @@ uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
   NodeParent[j] = static_cast<int32_t>(c);
   if (j < static_cast<int32_t>(T)) NodeParent[j + 1] = static_cast<int32_t>(c);
   NodeChild[c] = j;
+  // Positions c and l hold new subtrees: their own grandchild links and
+  // their parents' links through them change.
+  if (j < static_cast<int32_t>(T)) SetGrand(c);
+  if (i < static_cast<int32_t>(T)) SetGrand(l);
+  const uint32_t pc = static_cast<uint32_t>(NodeParent[c]);
+  Grand[pc][c - static_cast<uint32_t>(NodeChild[pc])] = static_cast<uint16_t>(j);
+  const uint32_t pl = static_cast<uint32_t>(NodeParent[l]);
+  Grand[pl][l - static_cast<uint32_t>(NodeChild[pl])] = static_cast<uint16_t>(i);
   return l;
 }
 
@@ -203,19 +218,47 @@ uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
   // they would make a round trip through memory at every level.
   uint64_t bits = in.Bits;
   uint32_t count = in.Count;
-  while (c < T) {
-    if (count < 9) [[unlikely]] {
-      in.Bits = bits;
-      in.Count = count;
-      in.Refill(9);
-      bits = in.Bits;
-      count = in.Count;
+  // Two levels per step: the child's and the grandchild's NodeChild come
+  // from Grand, and both addresses are known when the step starts.
+  for (;;) {
+    if (count < 10) [[unlikely]] {
+      if (count < 9) {
+        in.Bits = bits;
+        in.Count = count;
+        in.Refill(9);
+        bits = in.Bits;
+        count = in.Count;
+      }
+      if (count < 10) {
+        // Fewer than 10 bits only when the chunk is used up: one level, so
+        // that the next chunk is read at the same bit as before.
+        const uint32_t m = c + static_cast<uint32_t>(bits >> 63);
+        c = Grand[node][bits >> 63];
+        bits <<= 1;
+        --count;
+        path[depth++] = static_cast<uint16_t>(m);
+        node = m;
+        if (c >= T) break;
+        continue;
+      }
     }
-    node = c + static_cast<uint32_t>(bits >> 63);
-    bits <<= 1;
-    --count;
+    const uint32_t b1 = static_cast<uint32_t>(bits >> 63);
+    const uint32_t b2 = static_cast<uint32_t>(bits >> 62) & 1;
+    const uint32_t m = c + b1;
+    const uint32_t g = Grand[node][b1];
+    path[depth++] = static_cast<uint16_t>(m);
+    if (g >= T) {
+      bits <<= 1;
+      --count;
+      c = g;
+      break;
+    }
+    node = g + b2;
+    c = Grand[m][b2];
+    bits <<= 2;
+    count -= 2;
     path[depth++] = static_cast<uint16_t>(node);
-    c = static_cast<uint32_t>(NodeChild[node]);
+    if (c >= T) break;
   }
   in.Bits = bits;
   in.Count = count;
