@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # The encoder against its peers on the benchmark corpus: archive sizes
 # against jlha (a1o5/a1o6/a1o7), compression time against jlha and
-# libdeflate-gzip -6 (hyperfine), and peak memory (/usr/bin/time -v).
+# libdeflate-gzip -6, and peak memory (/usr/bin/time -v). The compressors
+# take turns, run after run (bench/interleave.c), so that a busy spell of
+# the machine falls on all of them alike; times are medians.
 #
 # Usage: bench/encode_vs_peers.sh [KZLHA] [CORPUS_DIR]
 #   KZLHA       the kzlha command line (default: build/bench/kzlha, built
@@ -18,7 +20,7 @@ levels=${LEVELS:-3}
 methods=${METHODS:-5 6 7}
 runs=${RUNS:-5}
 
-for tool in hyperfine jlha libdeflate-gzip; do
+for tool in cc jlha libdeflate-gzip; do
   command -v "$tool" > /dev/null || { echo "missing: $tool" >&2; exit 2; }
 done
 
@@ -32,19 +34,35 @@ fi
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+cc -O2 -o "$work/interleave" "$here/bench/interleave.c"
 cd "$corpus"
 files=$(ls | tr "\n" " ")
 total=$(cat $files | wc -c)
 
-times() {  # wall and CPU (user + system) mean seconds from a hyperfine JSON export
-  python3 -c 'import json,sys; r=json.load(open(sys.argv[1]))["results"][0]; print(r["mean"], r["user"] + r["system"])' "$1"
+# Every compressor writes $work/out-NAME*, removed before each run.
+names=()
+commands=()
+add() {  # NAME COMMAND
+  names+=("$1")
+  commands+=(-p "rm -f $work/out-$1*" sh -c "$2" --)
 }
-timed() {  # NAME COMMAND...: "wall cpu" mean seconds over $runs runs; outputs go to $work/out-NAME*
-  local name=$1; shift
-  hyperfine --style none --warmup 1 --runs "$runs" --prepare "rm -f $work/out-$name*" \
-    --export-json "$work/$name.json" "$*" > /dev/null
-  times "$work/$name.json"
-}
+add gzip "libdeflate-gzip -6 -c $files > $work/out-gzip.gz"
+for m in $methods; do
+  add "jlha$m" "jlha a1o${m}q $work/out-jlha$m.lzh $files"
+  for level in $levels; do
+    add "kz$m$level" "$kzlha cqo${m}l${level} $work/out-kz$m$level.lzh $files"
+  done
+done
+unset 'commands[${#commands[@]}-1]'
+"$work/interleave" "$runs" 1 "${commands[@]}" > "$work/times.txt"
+declare -A wall cpu
+i=0
+while read -r w c _; do
+  wall[${names[$i]}]=$(echo "$w / 1000" | bc -l)
+  cpu[${names[$i]}]=$(echo "$c / 1000" | bc -l)
+  i=$((i + 1))
+done < "$work/times.txt"
+
 peak_kib() {  # COMMAND...: peak resident set in KiB
   if [ -x /usr/bin/time ]; then
     /usr/bin/time -v "$@" 2>&1 > /dev/null | awk -F: '/Maximum resident/ {gsub(/ /, "", $2); print $2}'
@@ -53,27 +71,26 @@ peak_kib() {  # COMMAND...: peak resident set in KiB
   fi
 }
 
-echo "corpus: $corpus ($total bytes in $(echo $files | wc -w) files), $runs runs each"
+echo "corpus: $corpus ($total bytes in $(echo $files | wc -w) files), medians of $runs interleaved runs"
 echo "CPU = user + system; kzlha's wall time includes syncing the finished archive to disk"
-read -r gzip_wall gzip_cpu < <(timed gzip "libdeflate-gzip -6 -c $files > $work/out-gzip.gz")
-gzip_kib=$(peak_kib sh -c "libdeflate-gzip -6 -c $files > $work/out-gzip.gz")
+gzip_cpu=${cpu[gzip]}
+gzip_kib=$(peak_kib sh -c "libdeflate-gzip -6 -c $files > $work/mem-gzip.gz")
 ratio() { echo "$1 / $2" | bc -l; }
 row='%-22s %12s %8.3f %8.3f %8.2fx %3s %8s %9s\n'
 printf '%-22s %12s %8s %8s %9s %3s %8s %9s\n' "compressor" "bytes" "wall s" "CPU s" "CPU/gzip" "" "CPU/jlha" "peak KiB"
-printf "$row" "libdeflate-gzip -6" "$(stat -c %s $work/out-gzip.gz)" "$gzip_wall" "$gzip_cpu" 1 "" "" "$gzip_kib"
+printf "$row" "libdeflate-gzip -6" "$(stat -c %s $work/out-gzip.gz)" "${wall[gzip]}" "$gzip_cpu" 1 "" "" "$gzip_kib"
 
 for m in $methods; do
-  read -r jlha_wall jlha_cpu < <(timed jlha$m "jlha a1o${m}q $work/out-jlha$m.lzh $files")
+  jlha_cpu=${cpu[jlha$m]}
   jlha_bytes=$(stat -c %s "$work/out-jlha$m.lzh")
   jlha_kib=$(peak_kib jlha a1o${m}q "$work/mem-jlha$m.lzh" $files)
-  printf "$row" "jlha a1o$m" "$jlha_bytes" "$jlha_wall" "$jlha_cpu" "$(ratio "$jlha_cpu" "$gzip_cpu")" "" "" "$jlha_kib"
+  printf "$row" "jlha a1o$m" "$jlha_bytes" "${wall[jlha$m]}" "$jlha_cpu" "$(ratio "$jlha_cpu" "$gzip_cpu")" "" "" "$jlha_kib"
   for level in $levels; do
     name=kz$m$level
-    read -r kz_wall kz_cpu < <(timed $name "$kzlha cqo${m}l${level} $work/out-$name.lzh $files")
     kz_bytes=$(stat -c %s "$work/out-$name.lzh")
     kz_kib=$(peak_kib "$kzlha" cqo${m}l${level} "$work/mem-$name.lzh" $files)
     verdict=$([ "$kz_bytes" -le "$jlha_bytes" ] && echo "<=" || echo ">")
-    printf "$row" "kzlha -lh$m- level $level" "$kz_bytes" "$kz_wall" "$kz_cpu" \
-      "$(ratio "$kz_cpu" "$gzip_cpu")" "$verdict" "$(printf '%.3fx' "$(ratio "$kz_cpu" "$jlha_cpu")")" "$kz_kib"
+    printf "$row" "kzlha -lh$m- level $level" "$kz_bytes" "${wall[$name]}" "${cpu[$name]}" \
+      "$(ratio "${cpu[$name]}" "$gzip_cpu")" "$verdict" "$(printf '%.3fx' "$(ratio "${cpu[$name]}" "$jlha_cpu")")" "$kz_kib"
   done
 done

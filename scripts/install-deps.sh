@@ -4,7 +4,7 @@
 set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           clang libclang-rt-14-dev
-          lhasa jlha-utils 7zip libarchive-tools hyperfine libdeflate-tools time)
+          lhasa jlha-utils 7zip libarchive-tools libdeflate-tools time)
 if [[ "${KZ_WITH_WINDOWS:-0}" == 1 ]]; then
   packages+=(g++-mingw-w64-x86-64-posix wine wine64 googletest)
 fi
