@@ -43,6 +43,10 @@ struct KzArchiver::Impl {
   bool ItemCreated = false;
   std::wstring MemberName;          // the member being handled, for messages
   bool NameDropped = false;         // its name lost unsafe parts on the way to a path
+  // What PrepareOutputPath found at the output path's last component, so
+  // that the overwrite question does not look again.
+  std::wstring PreparedPath;
+  int PreparedType = -1;            // a kz::fs::EntryType; -1 for none
   HRESULT FirstFailure = 0;         // first member that failed while the run went on
   std::wstring FirstFailureName;
   struct DirectoryTime {

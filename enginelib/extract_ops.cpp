@@ -125,24 +125,37 @@ HRESULT RefuseMember(KzArchiver& a, HRESULT hr, const wchar_t* text, const wchar
 
 // Checks every component of outputPath below the destination with lstat:
 // a link anywhere refuses the member; with createParents, missing
-// directories above the last component are created one by one.
-HRESULT WalkOutputPath(KzArchiver& a, const wchar_t* outputPath, bool createParents) {
+// directories above the last component are created one by one. With
+// lastType, the last component is checked too and its type left there
+// (Missing when a missing directory above it ends the walk early); without,
+// the walk stops above it, for a caller whose own step refuses whatever
+// is there.
+HRESULT WalkOutputPath(KzArchiver& a, const wchar_t* outputPath, bool createParents,
+                       kz::fs::EntryType* lastType) {
   const std::wstring& dest = KzArchiverAccess::ImplOf(a).DestDir;
   std::wstring path = outputPath;
   size_t start = dest.size() + (dest.empty() || dest.back() == L'\\' ? 0 : 1);
   for (size_t i = start; i <= path.size(); ++i) {
     if (i < path.size() && path[i] != L'\\') continue;
-    std::wstring prefix = path.substr(0, i);
     bool last = i == path.size();
+    if (last && lastType == nullptr) break;
+    std::wstring prefix = path.substr(0, i);
     kz::fs::EntryInfo info;
     if (!kz::fs::QueryEntry(prefix.c_str(), info)) return a.SetSystemError(prefix.c_str());
     if (info.Type == kz::fs::EntryType::Link) {
       return RefuseMember(a, kz::ARC_E_UNSAFEPATH, L"a symbolic link is in the way; not extracted",
                           prefix.c_str());
     }
-    if (last) break;
+    if (last) {
+      *lastType = info.Type;
+      break;
+    }
     if (info.Type == kz::fs::EntryType::Missing) {
-      if (!createParents) break;  // nothing below a missing directory can be a link
+      if (!createParents) {
+        // Nothing below a missing directory can be a link, or be there.
+        if (lastType != nullptr) *lastType = kz::fs::EntryType::Missing;
+        break;
+      }
       if (!kz::fs::MakeDirectory(prefix.c_str())) return a.SetSystemError(prefix.c_str());
     } else if (info.Type != kz::fs::EntryType::Directory) {
       return RefuseMember(a, kz::HresultFromWin32(ERROR_DIRECTORY),
@@ -240,6 +253,7 @@ void KzArchiver::ResetItemProgress() {
   impl_->StatusAtItemStart = Status;
   impl_->MemberName.clear();
   impl_->NameDropped = false;
+  impl_->PreparedType = -1;
   impl_->CurrentName.clear();
   impl_->ProgressName.clear();
 }
@@ -274,7 +288,12 @@ HRESULT KzArchiver::PrepareOutputPath(PathString& outputPath) {
   if (impl_->NameDropped) {
     LogMessage(KZ_LOG_WARNING, 0, L"root, drive or \"..\" parts of the name were removed", member);
   }
-  return WalkOutputPath(*this, outputPath.c_str(), false);
+  kz::fs::EntryType type;
+  HRESULT hr = WalkOutputPath(*this, outputPath.c_str(), false, &type);
+  if (hr < 0) return hr;
+  impl_->PreparedPath = outputPath.c_str();
+  impl_->PreparedType = static_cast<int>(type);
+  return 0;
 }
 
 HRESULT KzArchiver::BeginExtractItem(LhaHeader* record, PathString& outputPath) {
@@ -301,13 +320,12 @@ HRESULT KzArchiver::BeginExtractItem(LhaHeader* record, PathString& outputPath) 
 
 HRESULT KzArchiver::CreateItemDirectory(LhaHeader* record, PathString& outputPath, intptr_t) {
   if (!WritesFiles(impl_->Mode, impl_->OperationFlags)) return 0;
-  HRESULT hr = WalkOutputPath(*this, outputPath.c_str(), true);
+  kz::fs::EntryType type;
+  HRESULT hr = WalkOutputPath(*this, outputPath.c_str(), true, &type);
   if (hr < 0) return hr;
-  kz::fs::EntryInfo info;
-  if (!kz::fs::QueryEntry(outputPath.c_str(), info)) return SetSystemError(outputPath.c_str());
-  if (info.Type == kz::fs::EntryType::Missing) {
+  if (type == kz::fs::EntryType::Missing) {
     if (!kz::fs::MakeDirectory(outputPath.c_str())) return SetSystemError(outputPath.c_str());
-  } else if (info.Type != kz::fs::EntryType::Directory) {
+  } else if (type != kz::fs::EntryType::Directory) {
     return RefuseMember(*this, kz::HresultFromWin32(ERROR_ALREADY_EXISTS),
                         L"a file is in the way of a directory; not extracted", outputPath.c_str());
   }
@@ -318,11 +336,17 @@ HRESULT KzArchiver::CreateItemDirectory(LhaHeader* record, PathString& outputPat
 int KzArchiver::QueryOverwrite(LhaHeader* record, PathString& outputPath) {
   impl_->CurrentItem = record;
   if (!WritesFiles(impl_->Mode, impl_->OperationFlags)) return 0;
-  kz::fs::EntryInfo info;
-  if (!kz::fs::QueryEntry(outputPath.c_str(), info)) return SetSystemError(outputPath.c_str());
-  if (info.Type == kz::fs::EntryType::Missing) return 0;
+  kz::fs::EntryType type;
+  if (impl_->PreparedType >= 0 && impl_->PreparedPath == outputPath.c_str()) {
+    type = static_cast<kz::fs::EntryType>(impl_->PreparedType);
+  } else {
+    kz::fs::EntryInfo info;
+    if (!kz::fs::QueryEntry(outputPath.c_str(), info)) return SetSystemError(outputPath.c_str());
+    type = info.Type;
+  }
+  if (type == kz::fs::EntryType::Missing) return 0;
   int decision;
-  if (info.Type == kz::fs::EntryType::Directory) {
+  if (type == kz::fs::EntryType::Directory) {
     RefuseMember(*this, kz::HresultFromWin32(ERROR_ALREADY_EXISTS),
                  L"a directory is in the way of a file; not extracted", outputPath.c_str());
     decision = 1;
@@ -336,7 +360,10 @@ int KzArchiver::QueryOverwrite(LhaHeader* record, PathString& outputPath) {
 
 HRESULT KzArchiver::CreateOutputFile(PathString& outputPath) {
   if (!WritesFiles(impl_->Mode, impl_->OperationFlags)) return 0;
-  HRESULT hr = WalkOutputPath(*this, outputPath.c_str(), true);
+  // The directories again, in case they changed while the host was asked
+  // about an overwrite; the name itself is left to the exclusive, no-follow
+  // create below, and a replacement is renamed over it, never written through it.
+  HRESULT hr = WalkOutputPath(*this, outputPath.c_str(), true, nullptr);
   if (hr < 0) return hr;
   // Creates `path` exclusively, never through a link; false with
   // ERROR_FILE_EXISTS when something is there.
