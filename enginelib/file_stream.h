@@ -53,12 +53,13 @@ class KZLIB_API FileStream {
 
  private:
   // The stream keeps its own position and does all I/O at explicit offsets.
-  // Small reads (header fields, names) are served from a window read ahead
-  // of them, so that a scan over many members does not cost a system call
-  // per field; large reads and all writes go straight to the file, and a
-  // write drops the window.
+  // Reads of up to half the window (header fields, names, a decoder's
+  // 8000-byte chunks) are served from a window read ahead of them, so that a
+  // scan over many members does not cost a system call per field, nor a
+  // decoder one per chunk; larger reads and all writes go straight to the
+  // file, and a write drops the window.
   static constexpr uint32_t kWindowBytes = 16384;
-  static constexpr uint32_t kSmallRead = 2048;
+  static constexpr uint32_t kSmallRead = 8192;
   BOOL ReadFrom(uint64_t offset, uint8_t* out, uint32_t length, uint32_t* done);
   void ResetPosition();
   // The system's side (file_stream_posix.cpp, file_stream_win32.cpp): reads

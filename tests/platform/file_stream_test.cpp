@@ -80,9 +80,10 @@ TEST(FileStreamData, ReadAheadDeliversTheFileSeesItsOwnWritesAndTruncates) {
   };
   const Step steps[] = {{0, 21, false},      {-1, 1, false},      {-1, 300, false},
                         {16380, 10, false},  {-1, 3000, false},   {100, 5, true},
-                        {-1, 2048, false},   {16384, 1, false},   {32760, 100, true},
-                        {39990, 20, false},  {39999, 1, false},   {40000, 4, false},
-                        {5, 2049, false},    {-1, 7, false},      {0, 16384, false}};
+                        {-1, 8192, false},   {-1, 8000, false},   {16384, 1, false},
+                        {32760, 100, true},  {39990, 20, false},  {39999, 1, false},
+                        {40000, 4, false},   {5, 8193, false},    {-1, 7, false},
+                        {0, 16384, false}};
   uint64_t position = 0;
   for (const Step& step : steps) {
     SCOPED_TRACE(testing::Message() << "at " << step.at << ", " << step.length << " bytes");
