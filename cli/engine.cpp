@@ -60,8 +60,12 @@ std::vector<std::string> ModuleCandidates(const std::string& explicitPath,
     // directory, whatever its name (lib64, lib/x86_64-linux-gnu).
     if (std::string_view(KZ_INSTALL_LIBDIR) != "lib") places.push_back(executableDir + "/../" KZ_INSTALL_LIBDIR "/" + file);
 #endif
+    // Only the first that exists is loaded: the rest need no look.
     for (const std::string& candidate : places) {
-      if (IsRegularFile(candidate)) found.push_back(candidate);
+      if (IsRegularFile(candidate)) {
+        found.push_back(candidate);
+        break;
+      }
     }
   }
   if (environmentValue != nullptr && *environmentValue != '\0') found.push_back(environmentValue);
