@@ -214,29 +214,43 @@ uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
   uint32_t node = R;
   uint32_t c = static_cast<uint32_t>(NodeChild[R]);
   path[depth++] = static_cast<uint16_t>(node);
+  // The walk counts each node it passes, root first, and notes whether any
+  // count would move its node. Counting leaf first, as the format does, a
+  // node is compared with its right neighbour before that neighbour is
+  // counted; the neighbour can only be on the path as the node's parent,
+  // which the walk has counted already, so that one count comes off.
+  // Most symbols move nothing and need no second pass; the others undo the
+  // walk's counts and take the format's own update.
+  bool moves = NodeFreq[R] == MAX_FREQ;
+  ++NodeFreq[R];
+  auto count = [&](uint32_t v, uint32_t parent) {
+    const uint32_t k = ++NodeFreq[v];
+    moves |= k > NodeFreq[v + 1] - (v + 1 == parent);
+  };
   // The reader's bits stay in registers for the walk: through the reader
   // they would make a round trip through memory at every level.
   uint64_t bits = in.Bits;
-  uint32_t count = in.Count;
+  uint32_t have = in.Count;
   // Two levels per step: the child's and the grandchild's NodeChild come
   // from Grand, and both addresses are known when the step starts.
   for (;;) {
-    if (count < 10) [[unlikely]] {
-      if (count < 9) {
+    if (have < 10) [[unlikely]] {
+      if (have < 9) {
         in.Bits = bits;
-        in.Count = count;
+        in.Count = have;
         in.Refill(9);
         bits = in.Bits;
-        count = in.Count;
+        have = in.Count;
       }
-      if (count < 10) {
+      if (have < 10) {
         // Fewer than 10 bits only when the chunk is used up: one level, so
         // that the next chunk is read at the same bit as before.
         const uint32_t m = c + static_cast<uint32_t>(bits >> 63);
         c = Grand[node][bits >> 63];
         bits <<= 1;
-        --count;
+        --have;
         path[depth++] = static_cast<uint16_t>(m);
+        count(m, node);
         node = m;
         if (c >= T) break;
         continue;
@@ -247,22 +261,27 @@ uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
     const uint32_t m = c + b1;
     const uint32_t g = Grand[node][b1];
     path[depth++] = static_cast<uint16_t>(m);
+    count(m, node);
     if (g >= T) {
       bits <<= 1;
-      --count;
+      --have;
       c = g;
       break;
     }
     node = g + b2;
     c = Grand[m][b2];
     bits <<= 2;
-    count -= 2;
+    have -= 2;
     path[depth++] = static_cast<uint16_t>(node);
+    count(node, m);
     if (c >= T) break;
   }
   in.Bits = bits;
-  in.Count = count;
-  UpdateTree(path, depth);
+  in.Count = have;
+  if (moves) [[unlikely]] {
+    for (uint32_t d = 0; d < depth; ++d) --NodeFreq[path[d]];
+    UpdateTree(path, depth);
+  }
   return c - T;
 }
 
