@@ -88,8 +88,16 @@ CommandResult Run(const std::vector<std::string>& argv, const std::string& workd
   si.hStdError = errWrite;
   PROCESS_INFORMATION pi{};
   std::wstring dir = Wide(workdir);
-  BOOL started = CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                                workdir.empty() ? nullptr : dir.c_str(), &si, &pi);
+  // Wine's process creation fails now and then on a loaded host; a test
+  // must not fail for that, so a failed start is retried a few times.
+  BOOL started = FALSE;
+  DWORD startError = 0;
+  for (int attempt = 0; attempt < 5 && !started; ++attempt) {
+    if (attempt > 0) Sleep(200 * attempt);
+    started = CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                             workdir.empty() ? nullptr : dir.c_str(), &si, &pi);
+    if (!started) startError = GetLastError();
+  }
   CloseHandle(outWrite);
   CloseHandle(errWrite);
   if (nul != INVALID_HANDLE_VALUE) CloseHandle(nul);
@@ -97,6 +105,7 @@ CommandResult Run(const std::vector<std::string>& argv, const std::string& workd
     CloseHandle(outRead);
     CloseHandle(errRead);
     r.ExitCode = 127;  // as a shell reports a program it cannot start
+    r.Err = "cannot start " + argv[0] + ": error " + std::to_string(startError) + "\n";
     return r;
   }
   std::thread errThread(Drain, errRead, &r.Err);
