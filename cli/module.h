@@ -19,6 +19,10 @@ class DynamicModule {
   // The address of an exported symbol, or null.
   void* Find(const char* name) const;
 
+  // Leaves the module loaded when this object goes: for a process about to
+  // end, whose exit unmaps it anyway.
+  void KeepLoaded() { handle_ = base_ = nullptr; }
+
  private:
   DynamicModule(void* handle, void* base) : handle_(handle), base_(base) {}
   void* handle_;

@@ -37,7 +37,7 @@ std::unique_ptr<DynamicModule> DynamicModule::Open(const std::string& path, std:
 }
 
 DynamicModule::~DynamicModule() {
-  dlclose(handle_);
+  if (handle_ != nullptr) dlclose(handle_);
   if (base_ != nullptr) dlclose(base_);
 }
 

@@ -53,7 +53,9 @@ std::unique_ptr<DynamicModule> DynamicModule::Open(const std::string& path, std:
   return std::unique_ptr<DynamicModule>(new DynamicModule(handle, nullptr));
 }
 
-DynamicModule::~DynamicModule() { FreeLibrary(static_cast<HMODULE>(handle_)); }
+DynamicModule::~DynamicModule() {
+  if (handle_ != nullptr) FreeLibrary(static_cast<HMODULE>(handle_));
+}
 
 void* DynamicModule::Find(const char* name) const {
   return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(handle_), name));
