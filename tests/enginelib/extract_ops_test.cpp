@@ -1,6 +1,4 @@
-// Extraction and test through the library's per-item operations: paths that
-// stay in the destination, no writes through links, overwrite policies,
-// failed members that leave nothing, progress that adds up.
+// Extraction and test through the library's per-item operations.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -36,38 +34,36 @@ MemberSpec Directory(const std::string& name, uint32_t time = 0) {
   m.attributes = 0x10;
   return m;
 }
+using Names = std::vector<std::string>;
 
 // What the host's callbacks saw and what they answer.
 struct Host {
   std::vector<int> replies;
   std::vector<std::wstring> asked;
   std::vector<std::pair<uint64_t, uint64_t>> progress;
-  int stopAfterProgress = -1;
   std::map<std::wstring, std::string> data;
-  int stopData = -1;
+  size_t stopAfterProgress = SIZE_MAX, stopAfterData = SIZE_MAX;
 
-  static int Progress(void* c, const wchar_t*, uint64_t done, uint64_t total) {
-    auto* h = static_cast<Host*>(c);
-    h->progress.emplace_back(done, total);
-    return h->stopAfterProgress >= 0 && static_cast<int>(h->progress.size()) > h->stopAfterProgress;
-  }
-  static int Ask(void* c, const wchar_t* path, const LhaHeader*) {
-    auto* h = static_cast<Host*>(c);
-    h->asked.push_back(path);
-    size_t i = h->asked.size() - 1;
-    return i < h->replies.size() ? h->replies[i] : KZ_REPLY_SKIP;
-  }
-  static int Data(void* c, const LhaHeader* member, const void* bytes, size_t size) {
-    auto* h = static_cast<Host*>(c);
-    h->data[member->Name].append(static_cast<const char*>(bytes), size);
-    return h->stopData >= 0 && static_cast<int>(h->data.size()) > h->stopData;
-  }
   void Attach(KzArchiver& a, bool ask) {
     KzCallbacks cb{};
     cb.Size = sizeof cb;
-    cb.Progress = &Host::Progress;
-    cb.AskOverwrite = ask ? &Host::Ask : nullptr;
-    cb.Data = &Host::Data;
+    cb.Progress = [](void* c, const wchar_t*, uint64_t done, uint64_t total) {
+      auto* h = static_cast<Host*>(c);
+      h->progress.emplace_back(done, total);
+      return int{h->progress.size() > h->stopAfterProgress};
+    };
+    if (ask) {
+      cb.AskOverwrite = [](void* c, const wchar_t* path, const LhaHeader*) {
+        auto* h = static_cast<Host*>(c);
+        h->asked.push_back(path);
+        return h->asked.size() <= h->replies.size() ? h->replies[h->asked.size() - 1] : int{KZ_REPLY_SKIP};
+      };
+    }
+    cb.Data = [](void* c, const LhaHeader* member, const void* bytes, size_t size) {
+      auto* h = static_cast<Host*>(c);
+      h->data[member->Name].append(static_cast<const char*>(bytes), size);
+      return int{h->data.size() > h->stopAfterData};
+    };
     a.SetCallbacks(&cb, this);
   }
 };
@@ -110,7 +106,7 @@ TEST_F(ExtractTest, HostileNamesAllLandInsideTheDestination) {
   EXPECT_EQ(Extract(), 0);
   // The sandbox holds the archive and the destination, nothing else.
   EXPECT_EQ(Tree(dir_.path()),
-            (std::vector<std::string>{"a.lzh", "dest/", "dest/a/", "dest/a/b.txt", "dest/abs/",
+            (Names{"a.lzh", "dest/", "dest/a/", "dest/a/b.txt", "dest/abs/",
                                       "dest/abs/x.txt", "dest/drive.txt", "dest/escape.txt",
                                       "dest/ok/", "dest/ok/f.txt", "dest/srv/", "dest/srv/share/",
                                       "dest/srv/share/u.txt"}));
@@ -133,7 +129,7 @@ TEST_F(ExtractTest, NothingIsWrittenThroughALinkInTheDestination) {
   EXPECT_EQ(Extract(), KZ_ARC_E_UNSAFEPATH);
   ASSERT_NE(engine_.ErrorFileName, nullptr);
   EXPECT_STREQ(engine_.ErrorFileName, L"dirlink\\victim");  // the first refused member
-  EXPECT_EQ(Tree(dir_ / "outside"), (std::vector<std::string>{"victim"}));
+  EXPECT_EQ(Tree(dir_ / "outside"), (Names{"victim"}));
   EXPECT_EQ(kztest::ReadFile(dir_ / "outside" / "victim"), ToBytes("precious"));
   EXPECT_TRUE(fs::is_symlink(dest() / "filelink"));
   EXPECT_EQ(Read("fine.txt"), "fine");
@@ -146,7 +142,7 @@ TEST_F(ExtractTest, SymbolicLinkMembersAreNeverCreated) {
   link.attributes = 0x10;
   Make({link, Stored("after.txt", "x")});
   EXPECT_EQ(Extract(), 0);
-  EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"after.txt"}));
+  EXPECT_EQ(Tree(dest()), (Names{"after.txt"}));
   EXPECT_TRUE(LogHas(engine_, L"symbolic link not extracted"));
 }
 
@@ -196,30 +192,19 @@ TEST_P(OverwriteTest, PolicyAndRepliesDecide) {
   }
 }
 
+constexpr uint32_t kAsk = KZ_OVERWRITE_ASK;
 INSTANTIATE_TEST_SUITE_P(
     Replies, OverwriteTest,
     ::testing::Values(
         OverwriteCase{"all", KZ_OVERWRITE_ALL, true, {}, "NNNN", 0, 0},
         OverwriteCase{"skip", KZ_OVERWRITE_SKIP, true, {}, "OOON", 0, 0},
-        OverwriteCase{"ask without callback", KZ_OVERWRITE_ASK, false, {}, "OOON", 0, 0},
-        OverwriteCase{"ask: overwrite, skip, overwrite",
-                      KZ_OVERWRITE_ASK,
-                      true,
-                      {KZ_REPLY_OVERWRITE, KZ_REPLY_SKIP, KZ_REPLY_OVERWRITE},
-                      "NONN",
-                      3,
-                      0},
-        OverwriteCase{"ask: skip all", KZ_OVERWRITE_ASK, true, {KZ_REPLY_SKIP_ALL}, "OOON", 1, 0},
-        OverwriteCase{
-            "ask: overwrite all", KZ_OVERWRITE_ASK, true, {KZ_REPLY_OVERWRITE_ALL}, "NNNN", 1, 0},
-        OverwriteCase{
-            "ask: unknown reply skips", KZ_OVERWRITE_ASK, true, {77, 77, 77}, "OOON", 3, 0},
-        OverwriteCase{"ask: overwrite, cancel",
-                      KZ_OVERWRITE_ASK,
-                      true,
-                      {KZ_REPLY_OVERWRITE, KZ_REPLY_CANCEL},
-                      "NOO-",
-                      2,
+        OverwriteCase{"ask without callback", kAsk, false, {}, "OOON", 0, 0},
+        OverwriteCase{"ask: overwrite, skip, overwrite", kAsk, true,
+                      {KZ_REPLY_OVERWRITE, KZ_REPLY_SKIP, KZ_REPLY_OVERWRITE}, "NONN", 3, 0},
+        OverwriteCase{"ask: skip all", kAsk, true, {KZ_REPLY_SKIP_ALL}, "OOON", 1, 0},
+        OverwriteCase{"ask: overwrite all", kAsk, true, {KZ_REPLY_OVERWRITE_ALL}, "NNNN", 1, 0},
+        OverwriteCase{"ask: unknown reply skips", kAsk, true, {77, 77, 77}, "OOON", 3, 0},
+        OverwriteCase{"ask: overwrite, cancel", kAsk, true, {KZ_REPLY_OVERWRITE, KZ_REPLY_CANCEL}, "NOO-", 2,
                       KZ_E_ABORT}));
 
 // A member whose data fails leaves no file, whether it was written under
@@ -234,7 +219,7 @@ TEST_F(ExtractTest, FailedMembersLeaveNothingAndTheRunGoesOn) {
   EXPECT_EQ(Extract(), KZ_E_CRC);
   ASSERT_NE(engine_.ErrorFileName, nullptr);
   EXPECT_STREQ(engine_.ErrorFileName, L"bad");
-  EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"bad", "good1", "good2"}));
+  EXPECT_EQ(Tree(dest()), (Names{"bad", "good1", "good2"}));
   EXPECT_EQ(Read("bad"), "old");
   EXPECT_EQ(Read("good2"), "2");
   EXPECT_TRUE(LogHas(engine_, L"going on with the next | bad"));
@@ -309,7 +294,7 @@ TEST_F(ExtractTest, ToCallbackHandsTheDataOverAndCreatesNothing) {
   EXPECT_EQ(host.data[L"..\\two"], "second");
 
   host.data.clear();
-  host.stopData = 0;  // stop at the first block
+  host.stopAfterData = 0;  // stop at the first block
   EXPECT_EQ(Extract(KZ_EXTRACT_TO_CALLBACK), KZ_E_ABORT);
   EXPECT_EQ(host.data.size(), 1u);
 }
@@ -323,14 +308,14 @@ TEST_F(ExtractTest, TestModeDecodesEveryMemberAndWritesNothing) {
     EXPECT_STREQ(engine_.ErrorFileName, L"bad");
     EXPECT_TRUE(LogHas(engine_, L"going on with the next | c"));  // the run went past "bad"
   }
-  EXPECT_EQ(Tree(dir_.path()), (std::vector<std::string>{"a.lzh"}));
+  EXPECT_EQ(Tree(dir_.path()), (Names{"a.lzh"}));
 }
 
 TEST_F(ExtractTest, AFileInTheWayOfADirectoryRefusesOnlyThatMember) {
   kztest::WriteFile(dest() / "d", std::string("a file"));
   Make({Stored("d\\inside.txt", "x"), Stored("other.txt", "o")});
   EXPECT_EQ(Extract(), kz::HresultFromWin32(ERROR_DIRECTORY));
-  EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"d", "other.txt"}));
+  EXPECT_EQ(Tree(dest()), (Names{"d", "other.txt"}));
 }
 
 TEST_F(ExtractTest, AnOutputThatCannotBeCreatedEndsTheRunAndNamesTheFile) {
@@ -341,7 +326,7 @@ TEST_F(ExtractTest, AnOutputThatCannotBeCreatedEndsTheRunAndNamesTheFile) {
   kz::fault::Disarm();
   EXPECT_EQ(hr, kz::HresultFromWin32(ERROR_GEN_FAILURE));
   EXPECT_EQ(engine_.ErrorFileName, EnginePath(dest() / "sub" / "x.txt"));
-  EXPECT_EQ(Tree(dest()), (std::vector<std::string>{"sub/"}));
+  EXPECT_EQ(Tree(dest()), (Names{"sub/"}));
 }
 
 }  // namespace
@@ -352,8 +337,8 @@ namespace {
 
 struct RegressionCase {
   const char* file;
-  std::vector<std::string> links;      // planted in the destination, pointing outside
-  std::vector<std::string> tree;       // the destination afterwards
+  Names links;                         // planted in the destination, pointing outside
+  Names tree;                          // the destination afterwards
   HRESULT status;                      // 1: any failure
   const wchar_t* errorFile = nullptr;  // the member a failure names
 };
@@ -384,19 +369,12 @@ TEST_P(RegressionTest, NothingLeavesTheDestination) {
   } else {
     EXPECT_EQ(hr, c.status);
   }
-  EXPECT_EQ(Tree(box / "outside"), (std::vector<std::string>{"victim"}));
+  EXPECT_EQ(Tree(box / "outside"), (Names{"victim"}));
   EXPECT_EQ(kztest::ReadFile(box / "outside" / "victim"), ToBytes("precious"));
-  std::vector<std::string> top = {"arc.lzh", "dest/", "outside/"};
-  for (const auto& e : fs::directory_iterator(box.path())) {
-    EXPECT_NE(std::find(top.begin(), top.end(),
-                        e.path().filename().string() + (e.is_directory() ? "/" : "")),
-              top.end())
-        << e.path();
+  for (const std::string& e : Tree(box.path())) {
+    EXPECT_TRUE(e == "arc.lzh" || e.rfind("dest/", 0) == 0 || e.rfind("outside/", 0) == 0) << e;
   }
-  EXPECT_EQ(Tree(box / "dest"), c.tree);
-  for (const std::string& entry : Tree(box / "dest")) {
-    for (unsigned char ch : entry) EXPECT_GE(ch, 0x20) << entry;  // no terminal escape in a name
-  }
+  EXPECT_EQ(Tree(box / "dest"), c.tree);  // names with no terminal escape left in them
   EXPECT_FALSE(HasTempFiles(box / "dest"));
 }
 
@@ -411,13 +389,9 @@ INSTANTIATE_TEST_SUITE_P(
         RegressionCase{"symlink2.lzh", {"etc"}, {"etc@"}, KZ_ARC_E_UNSAFEPATH},
         RegressionCase{"symlink3.lzh", {}, {"etc/", "etc/passwd"}, 0},
         RegressionCase{"symlink3.lzh", {"etc"}, {"etc@"}, KZ_ARC_E_UNSAFEPATH},
-        RegressionCase{
-            "unixsep.lzh", {}, {"SUBDIR/", "SUBDIR/SUBDIR2/", "SUBDIR/SUBDIR2/HELLO.TXT"}, 0},
+        RegressionCase{"unixsep.lzh", {}, {"SUBDIR/", "SUBDIR/SUBDIR2/", "SUBDIR/SUBDIR2/HELLO.TXT"}, 0},
         RegressionCase{"dir.lzh", {}, {"dir/"}, 0},
-        RegressionCase{"multiple.lzh",
-                       {},
-                       {"file1.txt", "file2-1.txt", "file2-2.txt", "file3.txt", "file4.txt"},
-                       0},
+        RegressionCase{"multiple.lzh", {}, {"file1.txt", "file2-1.txt", "file2-2.txt", "file3.txt", "file4.txt"}, 0},
         RegressionCase{"truncated.lzh", {}, {}, 1, L"GPL-2"},
         RegressionCase{"badterm.lzh", {}, {"tmp/", "tmp/_]2;malicious__"}, 0}));
 

@@ -1,5 +1,4 @@
-// Member names made into paths, and the file-system calls that must never
-// act through a link.
+// Member names made into paths; file-system calls that never act through a link.
 #include "enginelib/safe_path.h"
 
 #include <gtest/gtest.h>
@@ -22,12 +21,7 @@ namespace fs = std::filesystem;
 using kztest::EnginePath;
 using kztest::TempDir;
 
-struct SanitizeCase {
-  const wchar_t* name;
-  uint32_t mode;
-  const wchar_t* path;
-  bool dropped;
-};
+struct SanitizeCase { const wchar_t* name; uint32_t mode; const wchar_t* path; bool dropped; };
 
 void PrintTo(const SanitizeCase& c, std::ostream* os) { *os << kztest::Narrow(c.name); }
 
@@ -78,27 +72,16 @@ INSTANTIATE_TEST_SUITE_P(
         SanitizeCase{L"../../x", N, L"x", true}, SanitizeCase{L"dir\\", N, L"dir", false},
         SanitizeCase{L"/abs/..", N, L"abs", true}));
 
-TEST(SafePathTest, NullNameIsEmpty) {
-  EXPECT_TRUE(kz::SanitizeMemberPath(nullptr, R).Path.empty());
-  EXPECT_TRUE(kz::MakeRelativeName(nullptr).empty());
-}
-
 TEST(SafePathTest, ArchiveNamesLoseRootsAndClimbsButKeepTheirCharacters) {
   struct Case {
     const wchar_t* path;
     const wchar_t* name;
-  } cases[] = {
-      {L"/home/u/a.txt", L"home\\u\\a.txt"},
-      {L"C:\\x\\y", L"x\\y"},
-      {L"\\\\?\\C:\\x", L"x"},
-      {L"./a", L"a"},
-      {L"../a", L"a"},
-      {L"a/./b/../c", L"a\\b\\c"},
-      {L"x\x01y", L"x\x01y"},
-      {L"dir/", L"dir"},
-      {L"/", L""},
-  };
+  } cases[] = {{L"/home/u/a.txt", L"home\\u\\a.txt"}, {L"C:\\x\\y", L"x\\y"}, {L"\\\\?\\C:\\x", L"x"},
+               {L"./a", L"a"}, {L"../a", L"a"}, {L"a/./b/../c", L"a\\b\\c"}, {L"x\x01y", L"x\x01y"},
+               {L"dir/", L"dir"}, {L"/", L""}};
   for (const Case& c : cases) EXPECT_EQ(kz::MakeRelativeName(c.path), c.name) << c.path;
+  EXPECT_TRUE(kz::MakeRelativeName(nullptr).empty());
+  EXPECT_TRUE(kz::SanitizeMemberPath(nullptr, R).Path.empty());
 }
 
 TEST(SafePathTest, AbsolutePaths) {
@@ -113,14 +96,8 @@ TEST(SafePathTest, MemberNamesCompareWithSeparatorsAlikeAndAsciiCaseIgnored) {
     const wchar_t* a;
     const wchar_t* b;
     bool same;
-  } cases[] = {
-      {L"Dir/File.TXT", L"dir\\file.txt", true},
-      {L"a", L"a", true},
-      {L"a", L"a ", false},
-      {L"a\\b", L"a\\bc", false},
-      {L"\u00e4", L"\u00c4", false},  // only ASCII folds
-      {L"", L"", true},
-  };
+  } cases[] = {{L"Dir/File.TXT", L"dir\\file.txt", true}, {L"a", L"a", true}, {L"a", L"a ", false},
+               {L"a\\b", L"a\\bc", false}, {L"\u00e4", L"\u00c4", false} /* only ASCII folds */, {L"", L"", true}};
   for (const Case& c : cases) {
     EXPECT_EQ(kz::SameMemberName(c.a, c.b), c.same) << c.a << " / " << c.b;
     EXPECT_EQ(kz::MemberNameKey(c.a) == kz::MemberNameKey(c.b), c.same) << c.a << " / " << c.b;
@@ -135,11 +112,7 @@ TEST(FsTest, QueryEntryReportsLinksAndQueryTargetFollowsThem) {
   fs::create_directory(dir / "sub");
   fs::create_symlink(dir / "file", dir / "link");
   fs::create_symlink(dir / "nowhere", dir / "dangling");
-  struct Case {
-    const char* name;
-    kz::fs::EntryType entry;
-    kz::fs::EntryType target;
-  } cases[] = {
+  struct Case { const char* name; kz::fs::EntryType entry; kz::fs::EntryType target; } cases[] = {
       // Files, directories and missing entries alone: platform/fs_test.
       {"sub", kz::fs::EntryType::Directory, kz::fs::EntryType::Directory},
       {"link", kz::fs::EntryType::Link, kz::fs::EntryType::File},
@@ -153,13 +126,11 @@ TEST(FsTest, QueryEntryReportsLinksAndQueryTargetFollowsThem) {
     ASSERT_TRUE(kz::fs::QueryTarget(path.c_str(), info)) << c.name;
     EXPECT_EQ(info.Type, c.target) << c.name;
   }
-  kz::fs::EntryInfo info;
+  kz::fs::EntryInfo info, same;
   ASSERT_TRUE(kz::fs::QueryTarget(EnginePath(dir / "link").c_str(), info));
-  EXPECT_EQ(info.Size, 3u);
-  kz::fs::EntryInfo same;
   ASSERT_TRUE(kz::fs::QueryEntry(EnginePath(dir / "file").c_str(), same));
-  EXPECT_EQ(info.FileIndex, same.FileIndex);
-  EXPECT_EQ(info.Volume, same.Volume);
+  EXPECT_EQ(info.Size, 3u);
+  EXPECT_TRUE(info.FileIndex == same.FileIndex && info.Volume == same.Volume);
 }
 
 TEST(FsTest, ReplaceFileReplacesALinkAndNeverWritesThroughIt) {
