@@ -33,11 +33,7 @@ class BitWriterTest : public ::testing::Test {
 
 // Worked writes: each step's bits, the bytes handed over, the bits left.
 TEST_F(BitWriterTest, ExactBytesAndPendingBits) {
-  struct Step {
-    uint32_t N, V;
-    Bytes Buffered;
-    uint32_t Free;
-  };
+  struct Step { uint32_t N, V; Bytes Buffered; uint32_t Free; };
   const std::vector<std::vector<Step>> cases = {
       {{3, 5, {}, 5}, {5, 1, {0xA1}, 8}},                                    // 3 + 5 bits make one byte
       {{3, 5, {}, 5}, {16, 0xABCD, {0xB5, 0x79}, 5}, {7, 0, {0xB5, 0x79, 0xA0}, 6}},  // 16 across a partial byte

@@ -15,12 +15,7 @@ using kztest::Hex;
 using kztest::Method;
 using kztest::ToBytes;
 
-struct ExactCase {
-  const char* Name;
-  std::string Source;
-  Method M;
-  const char* Packed;
-};
+struct ExactCase { const char* Name; std::string Source; Method M; const char* Packed; };
 
 const ExactCase kExactCases[] = {
     {"A_lh5", "A", Method::Lh5, "00 01 00 00 04 10 00"},
@@ -56,10 +51,8 @@ TEST_P(ExactOutputTest, PackedBytesAtLevelTwo) {
 INSTANTIATE_TEST_SUITE_P(Table, ExactOutputTest, ::testing::ValuesIn(kExactCases),
                          [](const auto& info) { return std::string(info.param.Name); });
 
-// Once packed data passes the source size, the encoder still reads the
-// whole source (CRC and count cover it) and writes every full buffer load,
-// but neither the last block nor the rest of the buffer. (The claimed size
-// is a tenth of the real one, so the second full load already passes it.)
+// Past the source size the encoder still reads the whole source and writes
+// every full buffer load, but not the rest. (The claimed size is a twentieth.)
 TEST(StoreFallbackTest, OutgrownEncodingIsReadToTheEndButNotFinished) {
   const kztest::Bytes text = kztest::TextBytes(400000, 5);
   EncoderRig rig;
@@ -77,8 +70,7 @@ TEST(StoreFallbackTest, OutgrownEncodingIsReadToTheEndButNotFinished) {
   EXPECT_TRUE(std::equal(r.Packed.begin(), r.Packed.end(), whole.Packed.begin()));
 }
 
-// The source is read in one chunk of two windows, then a window at a time,
-// and the output is the same whatever came before in the shared buffers.
+// Nothing left in the shared buffers by earlier members changes the output.
 TEST(EncoderFrameTest, OutputDependsOnTheSourceAlone) {
   const Bytes text = kztest::TextBytes(300000, 3);
   const Bytes other = kztest::RandomBytes(150000, 9);
@@ -94,8 +86,7 @@ TEST(EncoderFrameTest, OutputDependsOnTheSourceAlone) {
   }
 }
 
-// Encode applies the level: 4 searches deeper than 1, and outside 1..4 the
-// limits in force stay.
+// Level 4 searches deeper than 1; outside 1..4 the limits in force stay.
 TEST(LevelTest, EncodeAppliesTheLevel) {
   const Bytes text = kztest::TextBytes(400000, 8);
   for (Method m : {Method::Lh5, Method::Lh6, Method::Lh7}) {
@@ -107,24 +98,6 @@ TEST(LevelTest, EncodeAppliesTheLevel) {
   }
 }
 
-// The chain limits of each level (only the search depth shows them); an
-// encoder that never saw a level from 1 to 4 keeps level 2's, and other
-// levels keep the limits in force.
-TEST(ApplyLevelTest, LimitsByLevelAndLevelTwoBeforeAnyLevel) {
-  KzLhaArchiver a;
-  ASSERT_GE(a.Init(), 0);
-  a.CompressionLevel = 0;
-  ASSERT_EQ(a.AllocEncodeBuffers(), 0);  // lends the buffers and applies the level
-  const uint32_t rows[][3] = {{0, 16, 32}, {1, 16, 18}, {3, 32, 64}, {7, 32, 64}, {4, 48, 256}, {2, 16, 32}};
-  for (const auto& r : rows) {
-    a.CompressionLevel = r[0];
-    a.Lha6Encoder.ApplyLevel();
-    EXPECT_EQ(kz::EncoderTestAccess::LiteralChainLimit(a.Lha6Encoder), r[1]) << "level " << r[0];
-    EXPECT_EQ(kz::EncoderTestAccess::MatchChainLimit(a.Lha6Encoder), r[2]) << "level " << r[0];
-  }
-  a.FreeEncodeBuffers();
-}
-
 TEST(EncodeBuffersTest, AFailedAllocationReleasesEverything) {
   for (int index = 1; index <= 6; ++index) {
     KzLhaArchiver a;
@@ -132,13 +105,10 @@ TEST(EncodeBuffersTest, AFailedAllocationReleasesEverything) {
     kz::testing::FailEncodeAllocation(index);
     EXPECT_EQ(a.AllocEncodeBuffers(), kz::E_Outofmemory) << index;
     EXPECT_EQ(a.Status, kz::E_Outofmemory);
-    EXPECT_EQ(a.ErrorFileName == nullptr || a.ErrorFileName[0] == 0, true);
-    EXPECT_EQ(a.InputOrBlockBuffer, nullptr);
-    EXPECT_EQ(a.Lh1OrOutputBuffer, nullptr);
-    EXPECT_EQ(a.HashHeadTable, nullptr);
-    EXPECT_EQ(a.HashChainTable, nullptr);
-    EXPECT_EQ(a.DictionaryOrText, nullptr);
-    EXPECT_EQ(a.CrowdedFlags, nullptr);
+    EXPECT_TRUE(a.ErrorFileName == nullptr || a.ErrorFileName[0] == 0);
+    const void* buffers[] = {a.InputOrBlockBuffer, a.Lh1OrOutputBuffer, a.HashHeadTable,
+                             a.HashChainTable,     a.DictionaryOrText,  a.CrowdedFlags};
+    for (const void* b : buffers) EXPECT_EQ(b, nullptr) << index;
   }
 }
 

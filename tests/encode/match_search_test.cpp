@@ -27,11 +27,7 @@ std::vector<BlockCode> Concat(std::vector<BlockCode> a, const std::vector<BlockC
   return a;
 }
 
-struct SearchCase {
-  const char* Name;
-  std::string Source;
-  std::vector<BlockCode> Expect;
-};
+struct SearchCase { const char* Name; std::string Source; std::vector<BlockCode> Expect; };
 
 const SearchCase kSearchCases[] = {
     // Text position 0 is never a match source: the first match starts at the third byte.
