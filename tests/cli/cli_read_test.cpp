@@ -1,5 +1,5 @@
-// kzlha end to end on the shared corpus: list, test, extract and print,
-// with lhasa as the independent oracle for extracted bytes.
+// kzlha's reading commands end to end, with lhasa as the oracle for
+// extracted bytes.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -227,6 +227,25 @@ TEST(Json, MembersAndTotalsOfAKnownArchive) {
   auto t = ParseJsonLine(lines[5]).fields;
   EXPECT_EQ(t["members"] + " " + t["packed"] + " " + t["ratio_percent"], "5 64 100");
   EXPECT_EQ(Kz({"v", "--json", Multiple().string()}).Out, r.Out);
+}
+
+// Where hostile archives' files land: enginelib/extract_ops_test.
+TEST(HostileNames, NoRawEscapeReachesTheTerminal) {
+  kztest::TempDir d;
+  const std::string archive = kztest::SharedArchive("regression/badterm.lzh").string();
+  const std::vector<std::vector<std::string>> runs = {
+      {"l", archive}, {"v", archive}, {"l", "--json", archive}, {"t", archive},
+      {"x", "-w=" + d.path().string(), archive}, {"x", "-w=" + d.path().string(), archive},  // 2nd: skip note
+      {"p", archive}, {"t", archive, "no\x1b[31mmatch"}};
+  for (const auto& args : runs) {
+    auto r = Kz(args);
+    EXPECT_EQ(r.Out.find('\x1b'), std::string::npos) << args[0] << ": " << r.Out;
+    EXPECT_EQ(r.Err.find('\x1b'), std::string::npos) << args[0] << ": " << r.Err;
+    EXPECT_EQ(r.Out.find('\x07'), std::string::npos) << args[0];
+  }
+  // The member is still listed, its name made harmless.
+  auto list = Kz({"l", archive});
+  EXPECT_NE(list.Out.find("]2;malicious"), std::string::npos) << list.Out;
 }
 
 }  // namespace
