@@ -24,8 +24,6 @@ std::map<std::string, Bytes> LowerNames(const std::map<std::string, Bytes>& file
   return out;
 }
 
-// ---- the program itself ---------------------------------------------------
-
 TEST(Program, HelpVersionAndUsageErrors) {
   EXPECT_TRUE(Contains(Kz({"--help"}).Out, "Usage: kzlha"));
   EXPECT_EQ(Kz({"--version"}).ExitCode, 0);
@@ -56,8 +54,6 @@ TEST(Program, ArchivesOrModulesThatCannotBeOpenedExitTwoNamingTheFile) {
   EXPECT_EQ(r.ExitCode, 2);
   EXPECT_TRUE(Contains(r.Err, "kzlha: /nonexistent/libKzLha73.so: cannot load")) << r.Err;
 }
-
-// ---- every shared archive -------------------------------------------------
 
 class Corpus : public ::testing::TestWithParam<fs::path> {};
 
@@ -142,8 +138,6 @@ TEST_P(Corpus, JsonListingGivesParseableLines) {
 
 INSTANTIATE_TEST_SUITE_P(Shared, Corpus, ::testing::ValuesIn(SharedArchives()), ArchiveName);
 
-// ---- selection, print, overwrite, paths ----------------------------------
-
 const fs::path Multiple() { return kztest::SharedArchive("regression/multiple.lzh"); }
 
 TEST(Select, WildcardsNamesDirectoriesAndNoMatch) {
@@ -208,8 +202,6 @@ TEST(Paths, IgnorePathsDropsTheDirectories) {
   ASSERT_EQ(files.size(), 1u);
   EXPECT_EQ(files.begin()->first, "hello.txt");
 }
-
-// ---- JSON -----------------------------------------------------------------
 
 // The fields' form is format_test's; here: the engine's values reach them.
 TEST(Json, MembersAndTotalsOfAKnownArchive) {

@@ -18,8 +18,6 @@
 namespace kzcli {
 namespace {
 
-// ---- text -----------------------------------------------------------------
-
 TEST(Native, Utf8RoundTripsAndBadBytesSurvive) {
   const std::string cases[] = {
       "plain.txt", "\xE6\x97\xA5\xE6\x9C\xAC.txt", "bad\xFF\xFE" "byte", "\xC3", "over\xC0\xAFlong",
@@ -56,8 +54,6 @@ TEST(DisplayText, NullTextBackslashesAndJson) {
   EXPECT_EQ(JsonEscape("\xE6\x97\xA5"), "\xE6\x97\xA5");
 }
 
-// ---- messages -------------------------------------------------------------
-
 // Readable text for the codes a user meets; every code of the header has its own.
 TEST(Status, HasReadableText) {
   const std::pair<HRESULT, const char*> cases[] = {
@@ -79,8 +75,6 @@ TEST(Status, HasReadableText) {
         << std::hex << hr << ": " << text;
   }
 }
-
-// ---- listing --------------------------------------------------------------
 
 Member MakeMember(const std::wstring& name, uint64_t packed, uint64_t original, uint32_t method) {
   Member m;
@@ -214,8 +208,6 @@ TEST(JsonLines, MemberObjectHasEveryField) {
             "\"ratio_percent\":50}\n");
 }
 
-// ---- progress -------------------------------------------------------------
-
 TEST(Progress, LineShowsShareRateTimeLeftAndItem) {
   EXPECT_EQ(FormatBytes(0), "0 B");
   EXPECT_EQ(FormatBytes(1023), "1023 B");
@@ -241,8 +233,6 @@ TEST(Progress, LineNeverReachesTheLastColumn) {
   EXPECT_EQ(cut.substr(cut.size() - 8), "tail.txt");
 }
 
-// ---- module lookup --------------------------------------------------------
-
 TEST(ModuleLookup, ExplicitPathWinsThenBesideThenLibThenEnvironment) {
   kztest::TempDir dir;
   std::filesystem::create_directories(dir / "bin");
@@ -257,8 +247,6 @@ TEST(ModuleLookup, ExplicitPathWinsThenBesideThenLibThenEnvironment) {
   kztest::WriteFile(dir / "bin" / EngineModuleFileName(), "x");
   EXPECT_EQ(ModuleCandidates("", bin, "").front(), bin + "/" + EngineModuleFileName());
 }
-
-// ---- failure attribution --------------------------------------------------
 
 TEST(FailedMember, FoundByNameOrByOutputPathNeverByTheArchive) {
   std::vector<Member> members = {MakeMember(L"a.txt", 1, 1, 0), MakeMember(L"dir\\b.txt", 1, 1, 0),

@@ -303,11 +303,7 @@ TEST_F(ExtractTest, AnOutputThatCannotBeCreatedEndsTheRunAndNamesTheFile) {
   EXPECT_EQ(Tree(dest()), (Names{"sub/"}));
 }
 
-}  // namespace
-
-// ---- through the engine, on the hostile and damaged archives -------------------
-
-namespace {
+// ---- through the engine, on the hostile and damaged archives
 
 struct RegressionCase {
   const char* file;

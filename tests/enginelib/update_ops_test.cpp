@@ -258,11 +258,7 @@ TEST_F(UpdateTest, AnArchiveThatAppearedAfterOpeningIsNotTakenOver) {
   ExpectUntouched();
 }
 
-}  // namespace
-
-// ---- through the engine, on archives made by other tools ---------------------
-
-namespace {
+// ---- through the engine, on archives made by other tools
 
 // What an independent tool makes of a member.
 std::string OracleContent(const fs::path& archive, const std::string& name) {
