@@ -169,15 +169,7 @@ TEST(FsTest, TimesAndPermissionsRefuseOrSkipAFinalLink) {
   EXPECT_EQ(after.st_mtime, before.st_mtime);
   struct stat own;
   ASSERT_EQ(lstat((dir / "link").c_str(), &own), 0);
-  EXPECT_EQ(own.st_mtime, 1000000000);
-
-  std::wstring target = EnginePath(dir / "target");
-  ASSERT_TRUE(kz::fs::SetPermissions(target.c_str(), 0444));
-  ASSERT_TRUE(kz::fs::SetModTime(target.c_str(), 1200000000));
-  ASSERT_TRUE(kz::fs::SyncFile(target.c_str()));
-  ASSERT_EQ(stat((dir / "target").c_str(), &after), 0);
-  EXPECT_EQ(after.st_mode & 07777, 0444u);
-  EXPECT_EQ(after.st_mtime, 1200000000);
+  EXPECT_EQ(own.st_mtime, 1000000000);  // on the target itself: platform/fs_test
 }
 #endif
 
