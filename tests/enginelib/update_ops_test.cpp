@@ -170,11 +170,13 @@ TEST_F(UpdateTest, MoveDeletesTheAddedSourcesOnlyOnceTheArchiveIsInPlace) {
 TEST_F(UpdateTest, AMissingSourceStopsTheUpdateAndNamesTheSource) {
   MakeArchive();
   Source("here", "h");
-  EXPECT_EQ(Add({L"here", L"gone"}, KZ_ADD_MOVE), kz::HresultFromWin32(ERROR_FILE_NOT_FOUND));
-  ASSERT_NE(engine_.ErrorFileName, nullptr);
-  EXPECT_EQ(engine_.ErrorFileName, EnginePath(src() / "gone"));
-  ExpectUntouched();
-  EXPECT_TRUE(fs::exists(src() / "here"));
+  for (uint32_t flags : {0u, uint32_t{KZ_ADD_MOVE}}) {
+    EXPECT_EQ(Add({L"here", L"gone"}, flags), kz::HresultFromWin32(ERROR_FILE_NOT_FOUND)) << flags;
+    ASSERT_NE(engine_.ErrorFileName, nullptr);
+    EXPECT_EQ(engine_.ErrorFileName, EnginePath(src() / "gone"));
+    ExpectUntouched();
+    EXPECT_TRUE(fs::exists(src() / "here"));
+  }
 }
 
 TEST_F(UpdateTest, AStopFromProgressLeavesTheOldArchive) {
