@@ -1,5 +1,5 @@
 // kzlha a, c, u, m and d end to end: the options reach the engine and
-// lhasa reads back what kzlha writes. (A failed add: hardening_toolarge_test.)
+// lhasa reads back what kzlha writes.
 #include <gtest/gtest.h>
 
 #include <fstream>
