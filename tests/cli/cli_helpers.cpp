@@ -22,12 +22,6 @@ std::vector<fs::path> SharedArchives() {
   return out;
 }
 
-std::set<std::string> DirectoryNames(const fs::path& dir) {
-  std::set<std::string> out;
-  for (const auto& e : fs::directory_iterator(dir)) out.insert(e.path().filename().string());
-  return out;
-}
-
 std::map<std::string, Bytes> RegularFiles(const fs::path& root) {
   std::map<std::string, Bytes> out;
   std::error_code ec;

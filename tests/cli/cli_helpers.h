@@ -25,9 +25,6 @@ kztest::CommandResult Kz(const std::vector<std::string>& args, const std::string
 // Every archive of the shared corpus (README excluded), sorted.
 std::vector<fs::path> SharedArchives();
 
-// The names of the entries in dir (to see that nothing temporary stays).
-std::set<std::string> DirectoryNames(const fs::path& dir);
-
 // Regular files below root (symbolic links not followed), by relative path.
 std::map<std::string, Bytes> RegularFiles(const fs::path& root);
 

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "cli/cli_helpers.h"
+#include "support/engine_harness.h"
 
 namespace kzclitest {
 namespace {
@@ -192,7 +193,7 @@ TEST_P(TooLargeSource, IsRefusedAndNothingChanges) {
   const kztest::Bytes before = c.ExistingArchive ? kztest::ReadFile(archive) : kztest::Bytes{};
   { std::ofstream(dir / "huge.bin"); }
   fs::resize_file(dir / "huge.bin", c.HugeSize);
-  const std::set<std::string> entriesBefore = DirectoryNames(dir.path());
+  const std::vector<std::string> entriesBefore = kztest::Tree(dir.path());
 
   std::vector<std::string> argv = {c.Command};
   if (*c.Option != 0) argv.push_back(c.Option);
@@ -210,7 +211,7 @@ TEST_P(TooLargeSource, IsRefusedAndNothingChanges) {
     EXPECT_FALSE(fs::exists(archive));
   }
   // No temporary archive left, and a move deleted none of its sources.
-  EXPECT_EQ(DirectoryNames(dir.path()), entriesBefore);
+  EXPECT_EQ(kztest::Tree(dir.path()), entriesBefore);
   EXPECT_EQ(fs::file_size(dir / "huge.bin"), c.HugeSize);
 }
 
