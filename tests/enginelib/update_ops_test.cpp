@@ -25,7 +25,6 @@ MemberSpec Stored(const std::string& name, const std::string& content) {
   return kztest::StoredSpec(name, content, kMemberTime);
 }
 
-using kztest::SetModificationTime;
 using W = std::vector<std::wstring>;
 W NamesIn(const fs::path& archive) { return Names(RawMembers(archive)); }
 
