@@ -41,10 +41,7 @@ std::string Describe(const Options& o) {
   return out;
 }
 
-struct GoodCase {
-  std::vector<std::string> args;
-  std::string expected;
-};
+struct GoodCase { std::vector<std::string> args; std::string expected; };
 
 class ParseGood : public ::testing::TestWithParam<GoodCase> {};
 
@@ -83,10 +80,7 @@ INSTANTIATE_TEST_SUITE_P(
         GoodCase{{"a", "a.lzh", "--", "-f", "--json"}, "cmd=a arc=a.lzh names=[-f,--json]"},
         GoodCase{{"d", "a.lzh", "-"}, "cmd=d arc=a.lzh names=[-]"}));
 
-struct BadCase {
-  std::vector<std::string> args;
-  std::string errorPart;
-};
+struct BadCase { std::vector<std::string> args; std::string errorPart; };
 
 class ParseBad : public ::testing::TestWithParam<BadCase> {};
 

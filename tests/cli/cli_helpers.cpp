@@ -22,12 +22,6 @@ std::vector<fs::path> SharedArchives() {
   return out;
 }
 
-std::set<std::string> DirectoryNames(const fs::path& dir) {
-  std::set<std::string> out;
-  for (const auto& e : fs::directory_iterator(dir)) out.insert(e.path().filename().string());
-  return out;
-}
-
 std::map<std::string, Bytes> RegularFiles(const fs::path& root) {
   std::map<std::string, Bytes> out;
   std::error_code ec;
@@ -39,35 +33,21 @@ std::map<std::string, Bytes> RegularFiles(const fs::path& root) {
 }
 
 // One member at a time: "key": then a string (escapes \" \\ \/ \b \f \n
-// \r \t \uXXXX, no raw control byte), a number, true or false.
+// \r \t \uXXXX, no raw control byte), a number, true or false. Values are
+// kept as written: the escapes themselves are format_test's.
 JsonObject ParseJsonLine(const std::string& line) {
-  static const std::regex kMember(
-      R"re(\s*"((?:[^"\\\x00-\x1f]|\\["\\/bfnrt]|\\u[0-9a-fA-F]{4})*)"\s*:\s*(?:"((?:[^"\\\x00-\x1f]|\\["\\/bfnrt]|\\u[0-9a-fA-F]{4})*)"|(-?[0-9][0-9.]*)|(true|false))\s*([,}]))re");
+  static const std::string kString = R"re("((?:[^"\\\x00-\x1f]|\\["\\/bfnrt]|\\u[0-9a-fA-F]{4})*)")re";
+  static const std::regex kMember("\\s*" + kString + "\\s*:\\s*(?:" + kString +
+                                  "|(-?[0-9][0-9.]*)|(true|false))\\s*([,}])");
   JsonObject obj;
   size_t pos = line.find_first_not_of(" \t");
   if (pos == std::string::npos || line[pos++] != '{') return obj;
-  auto unescape = [](const std::string& s) {
-    std::string out;
-    for (size_t i = 0; i < s.size(); ++i) {
-      if (s[i] != '\\') { out += s[i]; continue; }
-      const char e = s[++i];
-      if (e == 'u') {
-        const unsigned long cp = std::stoul(s.substr(i + 1, 4), nullptr, 16);
-        out += cp < 0x80 ? static_cast<char>(cp) : '?';
-        i += 4;
-      } else {
-        out += e == 'n' ? '\n' : e == 't' ? '\t' : e;
-      }
-    }
-    return out;
-  };
   std::smatch m;
   for (;;) {
     const std::string rest = line.substr(pos);
     if (!std::regex_search(rest, m, kMember, std::regex_constants::match_continuous)) return obj;
-    const std::string key = unescape(m[1]);
-    if (obj.fields.count(key)) return obj;
-    obj.fields[key] = m[2].matched ? unescape(m[2]) : m[3].matched ? m[3].str() : m[4].str();
+    if (obj.fields.count(m[1])) return obj;
+    obj.fields[m[1]] = m[2].matched ? m[2].str() : m[3].matched ? m[3].str() : m[4].str();
     pos += static_cast<size_t>(m.length(0));
     if (m[5] == "}") break;
   }

@@ -25,14 +25,11 @@ kztest::CommandResult Kz(const std::vector<std::string>& args, const std::string
 // Every archive of the shared corpus (README excluded), sorted.
 std::vector<fs::path> SharedArchives();
 
-// The names of the entries in dir (to see that nothing temporary stays).
-std::set<std::string> DirectoryNames(const fs::path& dir);
-
 // Regular files below root (symbolic links not followed), by relative path.
 std::map<std::string, Bytes> RegularFiles(const fs::path& root);
 
-// A flat JSON object: member name -> value text (strings unescaped,
-// numbers and literals as written). ok is false for anything malformed.
+// A flat JSON object: member name -> value text as written (no quotes).
+// ok is false for anything malformed.
 struct JsonObject {
   std::map<std::string, std::string> fields;
   bool ok = false;

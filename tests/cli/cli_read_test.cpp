@@ -1,5 +1,5 @@
-// kzlha end to end on the shared corpus: list, test, extract and print,
-// with lhasa as the independent oracle for extracted bytes.
+// kzlha's reading commands end to end, with lhasa as the oracle for
+// extracted bytes.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -24,14 +24,9 @@ std::map<std::string, Bytes> LowerNames(const std::map<std::string, Bytes>& file
   return out;
 }
 
-// ---- the program itself ---------------------------------------------------
-
 TEST(Program, HelpVersionAndUsageErrors) {
   EXPECT_TRUE(Contains(Kz({"--help"}).Out, "Usage: kzlha"));
-  auto version = Kz({"--version"});
-  EXPECT_EQ(version.ExitCode, 0);
-  EXPECT_TRUE(Contains(version.Out, "reads:  -lh0- -lh1- -lh4- -lh5- -lh6- -lh7-")) << version.Out;
-  EXPECT_TRUE(Contains(version.Out, "writes: -lh5- -lh6- -lh7- -lh0-")) << version.Out;
+  EXPECT_EQ(Kz({"--version"}).ExitCode, 0);
   for (const auto& args : std::vector<std::vector<std::string>>{{}, {"k", "a.lzh"}, {"x", "--json", "a"}}) {
     auto r = Kz(args);
     EXPECT_EQ(r.ExitCode, 2);
@@ -44,17 +39,14 @@ TEST(Program, ArchivesOrModulesThatCannotBeOpenedExitTwoNamingTheFile) {
   kztest::TempDir dir;
   kztest::WriteFile(dir / "notes.txt", std::string(200, 'x'));
   fs::create_directories(dir / "folder.lzh");
-  struct Case {
-    std::string archive, message;
-  } cases[] = {{"missing.lzh", "missing.lzh: no such file or directory"},
-               {"notes.txt", "notes.txt: not an LHA archive"},
-               {"folder.lzh", "folder.lzh: "}};
+  struct Case { std::string archive, message; } cases[] = {
+      {"missing.lzh", "missing.lzh: no such file or directory"}, {"notes.txt", "notes.txt: not an LHA archive"},
+      {"folder.lzh", "folder.lzh: "}};
   for (const Case& c : cases) {
     for (const char* cmd : {"l", "t", "x"}) {
       auto r = Kz({cmd, c.archive}, dir.path().string());
       EXPECT_EQ(r.ExitCode, 2) << cmd << " " << c.archive << "\n" << r.Err;
-      EXPECT_TRUE(Contains(r.Err, "kzlha: ")) << r.Err;
-      EXPECT_TRUE(Contains(r.Err, c.message)) << r.Err;
+      EXPECT_TRUE(Contains(r.Err, "kzlha: ") && Contains(r.Err, c.message)) << r.Err;
     }
   }
   auto r = Kz({"--module=/nonexistent/libKzLha73.so", "l", kztest::SharedArchive("regression/multiple.lzh").string()});
@@ -62,16 +54,10 @@ TEST(Program, ArchivesOrModulesThatCannotBeOpenedExitTwoNamingTheFile) {
   EXPECT_TRUE(Contains(r.Err, "kzlha: /nonexistent/libKzLha73.so: cannot load")) << r.Err;
 }
 
-// ---- every shared archive -------------------------------------------------
-
 class Corpus : public ::testing::TestWithParam<fs::path> {};
 
 std::string ArchiveName(const ::testing::TestParamInfo<fs::path>& info) {
-  std::string name = info.param.parent_path().filename().string() + "_" + info.param.filename().string();
-  for (char& c : name) {
-    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-  }
-  return name;
+  return kztest::CaseName(info.param.parent_path().filename().string() + "_" + info.param.filename().string());
 }
 
 TEST_P(Corpus, TestPassesOrFailsNamingTheMember) {
@@ -96,11 +82,9 @@ TEST_P(Corpus, TestPassesOrFailsNamingTheMember) {
   EXPECT_TRUE(Contains(Lower(q.Err), "kzlha: gpl-2: ")) << q.Err;
 }
 
-// Where lhasa is no oracle: it takes the real archive behind the Amiga
-// stub, while the first header that passes the search (lowest offset) is
-// a member inside the stub; it lists nothing of h0_subdir, whose level-0
-// directory headers carry no name; it stops after two members of the
-// buggy lh0_dirs_bug.lzh, where ours go on.
+// lhasa reads sfx.run past the member our lowest-offset search finds in its
+// stub, lists nothing of h0_subdir's nameless level-0 directories, and stops
+// after two members of lh0_dirs_bug.lzh, where ours go on.
 bool LhasaIsNoOracle(const fs::path& p) {
   const std::string n = p.filename().string();
   return n == "sfx.run" || n == "h0_subdir.lzh";
@@ -127,13 +111,8 @@ TEST_P(Corpus, ExtractMatchesLhasaByteForByte) {
   EXPECT_FALSE(expected.empty() && got.empty() && !Contains(GetParam().string(), "symlink") &&
                !Contains(GetParam().string(), "dir"))
       << "nothing extracted by either tool";
-  for (const auto& [name, bytes] : expected) {
-    auto it = got.find(name);
-    ASSERT_NE(it, got.end()) << name << " missing";
-    EXPECT_TRUE(it->second == bytes) << name << " differs";
-  }
-  if (LhasaListsFewer(GetParam())) return;
-  for (const auto& [name, bytes] : got) EXPECT_TRUE(expected.count(name)) << name << " extra";
+  for (const auto& [name, bytes] : expected) EXPECT_TRUE(got.count(name) && got[name] == bytes) << name << " differs";
+  for (const auto& [name, bytes] : got) EXPECT_TRUE(expected.count(name) || LhasaListsFewer(GetParam())) << name;
 }
 
 TEST_P(Corpus, JsonListingGivesParseableLines) {
@@ -148,8 +127,6 @@ TEST_P(Corpus, JsonListingGivesParseableLines) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Shared, Corpus, ::testing::ValuesIn(SharedArchives()), ArchiveName);
-
-// ---- selection, print, overwrite, paths ----------------------------------
 
 const fs::path Multiple() { return kztest::SharedArchive("regression/multiple.lzh"); }
 
@@ -189,10 +166,6 @@ TEST(Print, MembersGoToStandardOutputWithBannersUnlessQuiet) {
   EXPECT_EQ(q.Out, "first file\nthird file\n");
   auto banner = Kz({"p", Multiple().string(), "file1.txt"});
   EXPECT_EQ(banner.Out, "::::::::\nfile1.txt\n::::::::\nfirst file\n");
-  if (kztest::HaveTool("lhasa")) {
-    EXPECT_EQ(Kz({"pq", kztest::SharedArchive("lha_unix114i/lh7_long.lzh").string()}).Out,
-              kztest::Run({"lhasa", "pq", kztest::SharedArchive("lha_unix114i/lh7_long.lzh").string()}).Out);
-  }
 }
 
 TEST(Overwrite, ExistingFilesAreSkippedWithANoteUnlessForced) {
@@ -220,8 +193,6 @@ TEST(Paths, IgnorePathsDropsTheDirectories) {
   EXPECT_EQ(files.begin()->first, "hello.txt");
 }
 
-// ---- JSON -----------------------------------------------------------------
-
 // The fields' form is format_test's; here: the engine's values reach them.
 TEST(Json, MembersAndTotalsOfAKnownArchive) {
   auto r = Kz({"l", "--json", Multiple().string()});
@@ -231,18 +202,32 @@ TEST(Json, MembersAndTotalsOfAKnownArchive) {
   const char* const names[] = {"file1.txt", "file2-1.txt", "file2-2.txt", "file3.txt", "file4.txt"};
   const char* const crcs[] = {"3245", "59f1", "39a9", "7225", "abbe"};
   for (size_t i = 0; i < 5; ++i) {
-    JsonObject o = ParseJsonLine(lines[i]);
-    ASSERT_TRUE(o.ok) << lines[i];
-    EXPECT_EQ(o.fields["name"], names[i]);
-    EXPECT_EQ(o.fields["crc"], crcs[i]);
-    EXPECT_EQ(o.fields["method"], "-lh0-");
-    EXPECT_EQ(o.fields["packed"], o.fields["original"]);
+    auto f = ParseJsonLine(lines[i]).fields;
+    EXPECT_EQ(f["name"] + " " + f["crc"] + " " + f["method"], std::string(names[i]) + " " + crcs[i] + " -lh0-");
+    EXPECT_EQ(f["packed"], f["original"]);
   }
-  JsonObject t = ParseJsonLine(lines[5]);
-  EXPECT_EQ(t.fields["members"], "5");
-  EXPECT_EQ(t.fields["packed"], "64");
-  EXPECT_EQ(t.fields["ratio_percent"], "100");
+  auto t = ParseJsonLine(lines[5]).fields;
+  EXPECT_EQ(t["members"] + " " + t["packed"] + " " + t["ratio_percent"], "5 64 100");
   EXPECT_EQ(Kz({"v", "--json", Multiple().string()}).Out, r.Out);
+}
+
+// Where hostile archives' files land: enginelib/extract_ops_test.
+TEST(HostileNames, NoRawEscapeReachesTheTerminal) {
+  kztest::TempDir d;
+  const std::string archive = kztest::SharedArchive("regression/badterm.lzh").string();
+  const std::vector<std::vector<std::string>> runs = {
+      {"l", archive}, {"v", archive}, {"l", "--json", archive}, {"t", archive},
+      {"x", "-w=" + d.path().string(), archive}, {"x", "-w=" + d.path().string(), archive},  // 2nd: skip note
+      {"p", archive}, {"t", archive, "no\x1b[31mmatch"}};
+  for (const auto& args : runs) {
+    auto r = Kz(args);
+    EXPECT_EQ(r.Out.find('\x1b'), std::string::npos) << args[0] << ": " << r.Out;
+    EXPECT_EQ(r.Err.find('\x1b'), std::string::npos) << args[0] << ": " << r.Err;
+    EXPECT_EQ(r.Out.find('\x07'), std::string::npos) << args[0];
+  }
+  // The member is still listed, its name made harmless.
+  auto list = Kz({"l", archive});
+  EXPECT_NE(list.Out.find("]2;malicious"), std::string::npos) << list.Out;
 }
 
 }  // namespace

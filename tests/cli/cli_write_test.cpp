@@ -1,25 +1,21 @@
-// kzlha a, c, u, m and d end to end: archives it writes are read back by
-// lhasa, and failures leave the old archive exactly as it was.
+// kzlha a, c, u, m and d end to end: the options reach the engine and
+// lhasa reads back what kzlha writes.
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "cli/cli_helpers.h"
+#include "support/engine_harness.h"
 
 namespace kzclitest {
 namespace {
 
-// A small tree with compressible text, incompressible bytes, an empty file
-// and a subdirectory.
 void MakeTree(const fs::path& root) {
   kztest::WriteFile(root / "text.txt", kztest::TextBytes(120000, 1));
   kztest::WriteFile(root / "random.bin", kztest::RandomBytes(30000, 2));
   kztest::WriteFile(root / "empty.txt", kztest::Bytes{});
   kztest::WriteFile(root / "sub/inner.txt", kztest::TextBytes(5000, 3));
   kztest::WriteFile(root / "sub/deeper/last.c", kztest::TextBytes(777, 4));
-}
-
-std::map<std::string, Bytes> LhasaExtract(const fs::path& archive, const fs::path& out) {
-  kztest::Run({"lhasa", "xqfw=" + out.string(), archive.string()});
-  return RegularFiles(out);
 }
 
 std::map<std::string, std::string> MethodsByName(const fs::path& archive) {
@@ -31,10 +27,7 @@ std::map<std::string, std::string> MethodsByName(const fs::path& archive) {
   return out;
 }
 
-struct MethodCase {
-  std::string option;
-  std::string textMethod;
-};
+struct MethodCase { std::string option; std::string textMethod; };
 
 class CreateWith : public ::testing::TestWithParam<MethodCase> {};
 
@@ -48,7 +41,8 @@ TEST_P(CreateWith, LhasaReadsBackEveryFile) {
   auto r = Kz(args, (d / "src").string());
   ASSERT_EQ(r.ExitCode, 0) << r.Err;
   EXPECT_EQ(kztest::Run({"lhasa", "t", (d / "a.lzh").string()}).ExitCode, 0);
-  EXPECT_EQ(LhasaExtract(d / "a.lzh", d / "out"), RegularFiles(d / "src"));
+  kztest::Run({"lhasa", "xqfw=" + (d / "out").string(), (d / "a.lzh").string()});
+  EXPECT_EQ(RegularFiles(d / "out"), RegularFiles(d / "src"));
   std::map<std::string, std::string> methods = MethodsByName(d / "a.lzh");
   EXPECT_EQ(methods["text.txt"], GetParam().textMethod);
   EXPECT_EQ(methods["random.bin"], "-lh0-");  // compression does not pay
@@ -95,21 +89,21 @@ TEST(Create, JapaneseNamesRoundTripInCodePage932) {
 TEST(Update, ReplacesOnlyNewerFiles) {
   kztest::TempDir d;
   const int64_t t0 = 1577836800;  // 2020-01-01
-  kztest::WriteFile(d / "a.txt", std::string("a, first"));
-  kztest::WriteFile(d / "b.txt", std::string("b, first"));
-  kztest::SetModificationTime(d / "a.txt", t0);
-  kztest::SetModificationTime(d / "b.txt", t0);
+  auto write = [&](const char* name, const std::string& text, int64_t time) {
+    kztest::WriteFile(d / name, text);
+    kztest::SetModificationTime(d / name, time);
+  };
+  write("a.txt", "a, first", t0);
+  write("b.txt", "b, first", t0);
   ASSERT_EQ(Kz({"cq", "u.lzh", "a.txt", "b.txt"}, d.path().string()).ExitCode, 0);
-  kztest::WriteFile(d / "a.txt", std::string("a, second"));
-  kztest::WriteFile(d / "b.txt", std::string("b, second"));
-  kztest::WriteFile(d / "c.txt", std::string("c, new"));
-  kztest::SetModificationTime(d / "a.txt", t0 + 86400);
-  kztest::SetModificationTime(d / "b.txt", t0 - 86400);
+  write("a.txt", "a, second", t0 + 86400);
+  write("b.txt", "b, second", t0 - 86400);
+  write("c.txt", "c, new", t0);
   auto r = Kz({"u", "u.lzh", "a.txt", "b.txt", "c.txt"}, d.path().string());
   EXPECT_EQ(r.ExitCode, 0) << r.Err;
-  EXPECT_EQ(Kz({"pq", (d / "u.lzh").string(), "a.txt"}).Out, "a, second");
-  EXPECT_EQ(Kz({"pq", (d / "u.lzh").string(), "b.txt"}).Out, "b, first");
-  EXPECT_EQ(Kz({"pq", (d / "u.lzh").string(), "c.txt"}).Out, "c, new");
+  const std::pair<const char*, const char*> expected[] = {
+      {"a.txt", "a, second"}, {"b.txt", "b, first"}, {"c.txt", "c, new"}};
+  for (const auto& [name, text] : expected) EXPECT_EQ(Kz({"pq", (d / "u.lzh").string(), name}).Out, text);
 }
 
 TEST(Add, ReplacesAndExcludes) {
@@ -166,25 +160,70 @@ TEST(Move, SourcesGoOnceArchived) {
   for (const auto& [name, bytes] : got) EXPECT_TRUE(original.at(name) == bytes) << name;
 }
 
-TEST(FailedAdd, LeavesTheOldArchiveAndNoTemporaryFile) {
-  kztest::TempDir d;
-  fs::create_directories(d / "arc");
-  kztest::WriteFile(d / "one.txt", kztest::TextBytes(4000, 5));
-  kztest::WriteFile(d / "two.txt", kztest::TextBytes(4000, 6));
-  ASSERT_EQ(Kz({"cq", "arc/f.lzh", "one.txt"}, d.path().string()).ExitCode, 0);
-  const Bytes before = kztest::ReadFile(d / "arc/f.lzh");
-  const std::set<std::string> entries = DirectoryNames(d / "arc");
-  auto r = Kz({"a", "arc/f.lzh", "two.txt", "gone.txt"}, d.path().string());
-  EXPECT_EQ(r.ExitCode, 1);
-  EXPECT_TRUE(Contains(r.Err, "kzlha: ")) << r.Err;
-  EXPECT_TRUE(Contains(r.Err, "gone.txt")) << r.Err;
-  EXPECT_TRUE(kztest::ReadFile(d / "arc/f.lzh") == before);
-  EXPECT_EQ(DirectoryNames(d / "arc"), entries);
-  // Creating anew fails the same way and leaves no archive at all.
-  auto c = Kz({"c", "arc/new.lzh", "gone.txt"}, d.path().string());
-  EXPECT_EQ(c.ExitCode, 1);
-  EXPECT_EQ(DirectoryNames(d / "arc"), entries);
+// A source of 4 GiB or more does not fit a level-1 header: refused naming
+// it, nothing written or deleted. The sparse sources are never read.
+struct TooLargeCase {
+  const char* Label;
+  const char* Command;       // kzlha command letter
+  const char* Option;        // one option or ""
+  uint64_t HugeSize;         // the sparse source's size
+  bool ExistingArchive;      // add into an archive that already has members
+  bool SmallSourceFirst;     // a small source precedes the huge one
+};
+
+std::ostream& operator<<(std::ostream& os, const TooLargeCase& c) { return os << c.Label; }
+
+class TooLargeSource : public ::testing::TestWithParam<TooLargeCase> {};
+
+constexpr uint64_t k4GiB = uint64_t{1} << 32;
+
+TEST_P(TooLargeSource, IsRefusedAndNothingChanges) {
+#ifdef _WIN32
+  GTEST_SKIP() << "a 4 GiB file is not sparse on NTFS without asking";
+#endif
+  const TooLargeCase& c = GetParam();
+  kztest::TempDir dir;
+  const fs::path archive = dir / "out.lzh";
+  kztest::WriteFile(dir / "small.txt", kztest::TextBytes(3000, 1));
+  kztest::WriteFile(dir / "kept.txt", kztest::TextBytes(5000, 2));
+  if (c.ExistingArchive) {
+    const auto made = Kz({"a", "-q", archive.string(), "kept.txt"}, dir.path().string());
+    ASSERT_EQ(made.ExitCode, 0) << made.Err;
+  }
+  const kztest::Bytes before = c.ExistingArchive ? kztest::ReadFile(archive) : kztest::Bytes{};
+  { std::ofstream(dir / "huge.bin"); }
+  fs::resize_file(dir / "huge.bin", c.HugeSize);
+  const std::vector<std::string> entriesBefore = kztest::Tree(dir.path());
+
+  std::vector<std::string> argv = {c.Command};
+  if (*c.Option != 0) argv.push_back(c.Option);
+  argv.push_back(archive.string());
+  if (c.SmallSourceFirst) argv.push_back("small.txt");
+  argv.push_back("huge.bin");
+  const auto r = Kz(argv, dir.path().string());
+
+  EXPECT_EQ(r.ExitCode, 1);  // a failed member, not a usage error
+  EXPECT_NE(r.Err.find("huge.bin"), std::string::npos) << r.Err;
+  EXPECT_NE(r.Err.find("too large"), std::string::npos) << r.Err;
+  if (c.ExistingArchive) {
+    EXPECT_EQ(kztest::ReadFile(archive), before);
+  } else {
+    EXPECT_FALSE(fs::exists(archive));
+  }
+  // No temporary archive left, and a move deleted none of its sources.
+  EXPECT_EQ(kztest::Tree(dir.path()), entriesBefore);
+  EXPECT_EQ(fs::file_size(dir / "huge.bin"), c.HugeSize);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Hardening, TooLargeSource,
+    ::testing::Values(TooLargeCase{"ExactlyFourGiBIntoNewArchive", "a", "", k4GiB, false, false},
+                      TooLargeCase{"AboveFourGiBStoredIntoNewArchive", "a", "-z", k4GiB + 12345, false, false},
+                      TooLargeCase{"AfterASmallSourceIntoNewArchive", "c", "", k4GiB, false, true},
+                      TooLargeCase{"AfterASmallSourceIntoExistingArchive", "a", "-o7", k4GiB, true, true},
+                      TooLargeCase{"UpdateOfExistingArchive", "u", "", k4GiB, true, true},
+                      TooLargeCase{"MoveKeepsTheSources", "m", "", k4GiB, true, true}),
+    [](const ::testing::TestParamInfo<TooLargeCase>& info) { return std::string(info.param.Label); });
 
 }  // namespace
 }  // namespace kzclitest

@@ -1,5 +1,5 @@
-// Complete packed data of small members, byte for byte, and the decision to
-// store a member whose packed form would outgrow it.
+// The encoder's output: bits, complete packed data of small members byte for
+// byte, the store fallback, levels and buffers.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,18 +9,14 @@
 
 namespace {
 
+using kz::EncoderTestAccess;
 using kztest::Bytes;
 using kztest::EncoderRig;
 using kztest::Hex;
 using kztest::Method;
 using kztest::ToBytes;
 
-struct ExactCase {
-  const char* Name;
-  std::string Source;
-  Method M;
-  const char* Packed;
-};
+struct ExactCase { const char* Name; std::string Source; Method M; const char* Packed; };
 
 const ExactCase kExactCases[] = {
     {"A_lh5", "A", Method::Lh5, "00 01 00 00 04 10 00"},
@@ -56,10 +52,8 @@ TEST_P(ExactOutputTest, PackedBytesAtLevelTwo) {
 INSTANTIATE_TEST_SUITE_P(Table, ExactOutputTest, ::testing::ValuesIn(kExactCases),
                          [](const auto& info) { return std::string(info.param.Name); });
 
-// Once packed data passes the source size, the encoder still reads the
-// whole source (CRC and count cover it) and writes every full buffer load,
-// but neither the last block nor the rest of the buffer. (The claimed size
-// is a tenth of the real one, so the second full load already passes it.)
+// Past the source size the encoder still reads the whole source and writes
+// every full buffer load, but not the rest. (The claimed size is a twentieth.)
 TEST(StoreFallbackTest, OutgrownEncodingIsReadToTheEndButNotFinished) {
   const kztest::Bytes text = kztest::TextBytes(400000, 5);
   EncoderRig rig;
@@ -77,8 +71,7 @@ TEST(StoreFallbackTest, OutgrownEncodingIsReadToTheEndButNotFinished) {
   EXPECT_TRUE(std::equal(r.Packed.begin(), r.Packed.end(), whole.Packed.begin()));
 }
 
-// The source is read in one chunk of two windows, then a window at a time,
-// and the output is the same whatever came before in the shared buffers.
+// Nothing left in the shared buffers by earlier members changes the output.
 TEST(EncoderFrameTest, OutputDependsOnTheSourceAlone) {
   const Bytes text = kztest::TextBytes(300000, 3);
   const Bytes other = kztest::RandomBytes(150000, 9);
@@ -94,8 +87,7 @@ TEST(EncoderFrameTest, OutputDependsOnTheSourceAlone) {
   }
 }
 
-// Encode applies the level: 4 searches deeper than 1, and outside 1..4 the
-// limits in force stay.
+// Level 4 searches deeper than 1; outside 1..4 the limits in force stay.
 TEST(LevelTest, EncodeAppliesTheLevel) {
   const Bytes text = kztest::TextBytes(400000, 8);
   for (Method m : {Method::Lh5, Method::Lh6, Method::Lh7}) {
@@ -107,24 +99,6 @@ TEST(LevelTest, EncodeAppliesTheLevel) {
   }
 }
 
-// The chain limits of each level (only the search depth shows them); an
-// encoder that never saw a level from 1 to 4 keeps level 2's, and other
-// levels keep the limits in force.
-TEST(ApplyLevelTest, LimitsByLevelAndLevelTwoBeforeAnyLevel) {
-  KzLhaArchiver a;
-  ASSERT_GE(a.Init(), 0);
-  a.CompressionLevel = 0;
-  ASSERT_EQ(a.AllocEncodeBuffers(), 0);  // lends the buffers and applies the level
-  const uint32_t rows[][3] = {{0, 16, 32}, {1, 16, 18}, {3, 32, 64}, {7, 32, 64}, {4, 48, 256}, {2, 16, 32}};
-  for (const auto& r : rows) {
-    a.CompressionLevel = r[0];
-    a.Lha6Encoder.ApplyLevel();
-    EXPECT_EQ(kz::EncoderTestAccess::LiteralChainLimit(a.Lha6Encoder), r[1]) << "level " << r[0];
-    EXPECT_EQ(kz::EncoderTestAccess::MatchChainLimit(a.Lha6Encoder), r[2]) << "level " << r[0];
-  }
-  a.FreeEncodeBuffers();
-}
-
 TEST(EncodeBuffersTest, AFailedAllocationReleasesEverything) {
   for (int index = 1; index <= 6; ++index) {
     KzLhaArchiver a;
@@ -132,14 +106,67 @@ TEST(EncodeBuffersTest, AFailedAllocationReleasesEverything) {
     kz::testing::FailEncodeAllocation(index);
     EXPECT_EQ(a.AllocEncodeBuffers(), kz::E_Outofmemory) << index;
     EXPECT_EQ(a.Status, kz::E_Outofmemory);
-    EXPECT_EQ(a.ErrorFileName == nullptr || a.ErrorFileName[0] == 0, true);
-    EXPECT_EQ(a.InputOrBlockBuffer, nullptr);
-    EXPECT_EQ(a.Lh1OrOutputBuffer, nullptr);
-    EXPECT_EQ(a.HashHeadTable, nullptr);
-    EXPECT_EQ(a.HashChainTable, nullptr);
-    EXPECT_EQ(a.DictionaryOrText, nullptr);
-    EXPECT_EQ(a.CrowdedFlags, nullptr);
+    EXPECT_TRUE(a.ErrorFileName == nullptr || a.ErrorFileName[0] == 0);
+    const void* buffers[] = {a.InputOrBlockBuffer, a.Lh1OrOutputBuffer, a.HashHeadTable,
+                             a.HashChainTable,     a.DictionaryOrText,  a.CrowdedFlags};
+    for (const void* b : buffers) EXPECT_EQ(b, nullptr) << index;
   }
+}
+
+
+// The bit output: exact bytes, the pending bits and the 16 KiB writes.
+class BitWriterTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    rig_.Open(Bytes(1 << 20, 'x'));  // a large source: no write turns into a store
+    EncoderTestAccess::ResetFrame(enc());
+  }
+  kz::EncoderBase& enc() { return rig_.Encoder(Method::Lh5); }
+  void Put(uint32_t n, uint32_t v) { EncoderTestAccess::PutBits(enc(), n, v); }
+  // What the output buffer holds after handing over the complete bytes.
+  Bytes Buffered() {
+    EncoderTestAccess::SyncBits(enc());
+    const uint8_t* b = EncoderTestAccess::OutputBuffer(enc());
+    return Bytes(b, b + EncoderTestAccess::OutputCount(enc()));
+  }
+  uint32_t FreeBits() { return 8 - EncoderTestAccess::PendingBitCount(enc()); }
+
+  EncoderRig rig_;
+};
+
+// Worked writes: each step's bits, the bytes handed over, the bits left.
+TEST_F(BitWriterTest, ExactBytesAndPendingBits) {
+  struct Step { uint32_t N, V; Bytes Buffered; uint32_t Free; };
+  const std::vector<std::vector<Step>> cases = {
+      {{3, 5, {}, 5}, {5, 1, {0xA1}, 8}},                                    // 3 + 5 bits make one byte
+      {{3, 5, {}, 5}, {16, 0xABCD, {0xB5, 0x79}, 5}, {7, 0, {0xB5, 0x79, 0xA0}, 6}},  // 16 across a partial byte
+      {{7, 0, {}, 1}},                                                      // padding with nothing pending
+      {{5, 0x1F, {}, 3}, {0, 0, {}, 3}, {3, 0, {0xF8}, 8}},                  // zero bits change nothing
+  };
+  for (size_t c = 0; c < cases.size(); ++c) {
+    EncoderTestAccess::ResetFrame(enc());
+    for (const Step& s : cases[c]) {
+      Put(s.N, s.V);
+      EXPECT_EQ(Buffered(), s.Buffered) << "case " << c;
+      EXPECT_EQ(FreeBits(), s.Free) << "case " << c;
+    }
+  }
+  EncoderTestAccess::ResetFrame(enc());
+  Put(3, 5);
+  Put(16, 0xABCD);
+  Buffered();
+  EXPECT_EQ(EncoderTestAccess::PendingBits(enc()), 0b101u);
+}
+
+TEST_F(BitWriterTest, The16385thByteWritesOneFullBuffer) {
+  for (uint32_t i = 0; i < 16385; ++i) Put(8, i & 0xFF);
+  Buffered();
+  EXPECT_EQ(EncoderTestAccess::OutputCount(enc()), 1u);
+  EXPECT_EQ(rig_.Archiver().Transfer.PackedSize, 16384u);
+  EXPECT_EQ(EncoderTestAccess::OutputBuffer(enc())[0], 16384 & 0xFF);
+  const Bytes written = rig_.Close();
+  ASSERT_EQ(written.size(), 16384u);
+  EXPECT_EQ(written[16383], 16383 & 0xFF);
 }
 
 }  // namespace

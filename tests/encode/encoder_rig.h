@@ -34,8 +34,6 @@ struct EncoderTestAccess {
   static uint32_t PendingBits(const EncoderBase& e) {
     return static_cast<uint32_t>(e.BitAcc & ((uint64_t{1} << e.BitCount) - 1));
   }
-  static uint32_t LiteralChainLimit(const EncoderBase& e) { return e.LiteralChainLimit; }
-  static uint32_t MatchChainLimit(const EncoderBase& e) { return e.MatchChainLimit; }
   static int16_t MakeTree(EncoderBase& e, int32_t n, uint16_t* freq, uint8_t* len, uint16_t* code) {
     return e.MakeTree(n, freq, len, code);
   }

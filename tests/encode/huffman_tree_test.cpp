@@ -78,9 +78,9 @@ TEST_P(MakeTreeTest, LengthsCodesAndRoot) {
 INSTANTIATE_TEST_SUITE_P(Cases, MakeTreeTest, ::testing::ValuesIn(kTreeCases),
                          [](const auto& info) { return std::string(info.param.Name); });
 
-// Over many random frequency sets: lengths stay within 16 bits, the code is
-// complete (Kraft sum exactly 1) and prefix-free, and a rarer symbol never
-// gets a shorter code than a more frequent one.
+// Random frequencies, a fifth of them shuffled Fibonacci counts about 21
+// deep (several capping passes): lengths within 16 bits, a complete
+// prefix-free code, and no rarer symbol with a shorter code.
 TEST(MakeTreeProperties, RandomFrequenciesGiveCompletePrefixCodes) {
   EncoderRig rig;
   std::mt19937 rng(11);
@@ -89,31 +89,26 @@ TEST(MakeTreeProperties, RandomFrequenciesGiveCompletePrefixCodes) {
     const int32_t n = deep ? 22 : round % 3 == 0 ? 510 : 1 + static_cast<int32_t>(rng() % 40);
     std::vector<uint16_t> freq(2 * n - 1, 0);
     if (deep) {
-      // Fibonacci counts in shuffled symbols: a tree about 21 deep, so the
-      // 16-bit cap has work to do. Their sum stays below 2^16.
-      std::vector<uint16_t> fib = Fibonacci(22);
+      std::vector<uint16_t> fib = Fibonacci(22);  // their sum stays below 2^16
       std::shuffle(fib.begin(), fib.end(), rng);
       std::copy(fib.begin(), fib.end(), freq.begin());
     } else {
-      // Skewed counts whose sum stays within a block's 16-bit code count.
-      int maxExp = 0;
+      int maxExp = 0;  // skewed counts whose sum stays within a block's 16-bit count
       while ((static_cast<uint32_t>(n) * 4u << (maxExp + 1)) < 60000) ++maxExp;
       for (int32_t i = 0; i < n; ++i) {
         if (rng() % 3 != 0) freq[i] = static_cast<uint16_t>((1u << (rng() % (maxExp + 1))) + rng() % 3);
       }
     }
-    std::vector<uint16_t> symbolFreq(freq.begin(), freq.begin() + n);
+    const std::vector<uint16_t> f(freq.begin(), freq.begin() + n);
     std::vector<uint8_t> len(n);
     std::vector<uint16_t> code(n);
     const int16_t root =
         EncoderTestAccess::MakeTree(rig.Encoder(Method::Lh7), n, freq.data(), len.data(), code.data());
-    const int used = static_cast<int>(std::count_if(symbolFreq.begin(), symbolFreq.end(),
-                                                    [](uint16_t f) { return f != 0; }));
-    if (used < 2) continue;
+    if (std::count_if(f.begin(), f.end(), [](uint16_t x) { return x != 0; }) < 2) continue;
     ASSERT_GE(root, n);
     uint64_t kraft = 0;
     for (int32_t i = 0; i < n; ++i) {
-      ASSERT_EQ(len[i] == 0, symbolFreq[i] == 0) << "symbol " << i;
+      ASSERT_EQ(len[i] == 0, f[i] == 0) << "symbol " << i;
       ASSERT_LE(len[i], 16);
       if (len[i]) kraft += uint64_t{1} << (16 - len[i]);
     }
@@ -121,12 +116,8 @@ TEST(MakeTreeProperties, RandomFrequenciesGiveCompletePrefixCodes) {
     for (int32_t i = 0; i < n; ++i) {
       for (int32_t j = 0; j < n; ++j) {
         if (i == j || !len[i] || !len[j]) continue;
-        if (symbolFreq[i] < symbolFreq[j]) {
-          ASSERT_GE(len[i], len[j]);
-        }
-        if (len[i] <= len[j]) {  // i's code is no prefix of j's
-          ASSERT_NE(code[i], code[j] >> (len[j] - len[i])) << i << " " << j;
-        }
+        ASSERT_TRUE(f[i] >= f[j] || len[i] >= len[j]) << "rarer " << i << " shorter than " << j;
+        ASSERT_TRUE(len[i] > len[j] || code[i] != code[j] >> (len[j] - len[i])) << i << " a prefix of " << j;
       }
     }
   }

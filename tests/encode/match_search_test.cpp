@@ -27,11 +27,7 @@ std::vector<BlockCode> Concat(std::vector<BlockCode> a, const std::vector<BlockC
   return a;
 }
 
-struct SearchCase {
-  const char* Name;
-  std::string Source;
-  std::vector<BlockCode> Expect;
-};
+struct SearchCase { const char* Name; std::string Source; std::vector<BlockCode> Expect; };
 
 const SearchCase kSearchCases[] = {
     // Text position 0 is never a match source: the first match starts at the third byte.
@@ -128,29 +124,24 @@ Probe ChainProbe(int count, bool probeAfterMatch) {
     u += n;
     return Bytes(from, from + static_cast<std::ptrdiff_t>(n));
   };
-  auto append = [](Bytes& to, const Bytes& b) { to.insert(to.end(), b.begin(), b.end()); };
-  Bytes s = take(8);
+  Bytes s;
+  // Braced lists run their parts in order, so take() hands out fresh bytes.
+  auto append = [&s](std::initializer_list<Bytes> parts) {
+    for (const Bytes& b : parts) s.insert(s.end(), b.begin(), b.end());
+  };
+  append({take(8)});
   const size_t oldest = s.size();
-  append(s, ToBytes("abcdefgh"));
-  append(s, take(8));
+  append({ToBytes("abcdefgh"), take(8)});
   const Bytes w = take(4);
-  for (int i = 1; i < count; ++i) {
-    // "w abc" comes again each time: a match that covers "abc".
-    append(s, w);
-    append(s, ToBytes("abc"));
-    append(s, take(6));
-  }
+  for (int i = 1; i < count; ++i) append({w, ToBytes("abc"), take(6)});  // "w abc" again: a match covering "abc"
   if (probeAfterMatch) {
     const Bytes q = take(4);
-    append(s, q);
-    append(s, take(6));
-    append(s, q);  // a match of 4 right before the probe
+    append({q, take(6), q});  // a match of 4 right before the probe
   } else {
-    append(s, take(1));  // a literal right before the probe
+    append({take(1)});  // a literal right before the probe
   }
   const size_t probe = s.size();
-  append(s, ToBytes("abcdefgh"));
-  append(s, take(6));
+  append({ToBytes("abcdefgh"), take(6)});
   return {s, static_cast<uint32_t>(probe - oldest - 1)};
 }
 

@@ -1,8 +1,6 @@
-// Damaged archives through the whole engine: every prefix of a small
-// archive, and headers that declare more data than the archive holds.
-// Whatever the damage: no crash, a status that is either a success or a
-// failure naming a file, nothing outside the destination, no temporary
-// file left, and every file that is written of its full size and CRC.
+// Damaged archives through the whole engine. Whatever the damage: a success
+// or a failure naming a file, nothing outside the destination, no temporary
+// file, and every file written whole.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -18,8 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace kztest;
 
-// Levels 0, 1 (with a directory) and 2, stored and -lh5-: every kind of
-// header and both kinds of data, under 1 KB in all.
+// Levels 0, 1 (with a directory) and 2, stored and -lh5-, under 1 KB.
 struct SmallArchive {
   Bytes bytes;
   std::map<std::string, std::string> files;  // relative path -> contents
@@ -32,7 +29,6 @@ SmallArchive MakeSmallArchive(const fs::path& scratch) {
                {"d/b.txt", "level one in a directory"},
                {"c.txt", std::string(text.begin(), text.end())},
                {"e.txt", "level two"}};
-  // The -lh5- member comes from the engine's own encoder.
   kztest::WriteFile(scratch / "src" / "c.txt", out.files["c.txt"]);
   KzLhaArchiver encoder;
   EXPECT_EQ(kztest::OpenArchive(encoder, scratch / "lh5.lzh"), 0);
@@ -43,16 +39,16 @@ SmallArchive MakeSmallArchive(const fs::path& scratch) {
     return out;
   }
 
-  ArchiveBuilder b;
-  b.Member(kztest::StoredSpec("a.txt", out.files["a.txt"]))
-      .Member({.level = 1, .name = "b.txt", .directory = kztest::Dir("d/"),
-               .packed = ToBytes(out.files["d/b.txt"]),
-               .originalSize = static_cast<uint32_t>(out.files["d/b.txt"].size()),
-               .crc = kztest::Crc16(ToBytes(out.files["d/b.txt"]))})
-      .Raw(packed[0].Raw)
-      .Stored("e.txt", ToBytes(out.files["e.txt"]), 2)
-      .End();
-  out.bytes = b.Bytes();
+  MemberSpec b = kztest::StoredSpec("b.txt", out.files["d/b.txt"]);
+  b.level = 1;
+  b.directory = kztest::Dir("d/");
+  out.bytes = ArchiveBuilder()
+                  .Member(kztest::StoredSpec("a.txt", out.files["a.txt"]))
+                  .Member(b)
+                  .Raw(packed[0].Raw)
+                  .Stored("e.txt", ToBytes(out.files["e.txt"]), 2)
+                  .End()
+                  .Bytes();
   return out;
 }
 
@@ -63,9 +59,8 @@ void ExpectCleanStatus(HRESULT hr, KzArchiver& a, const std::string& what) {
   EXPECT_NE(a.ErrorFileName[0], L'\0') << what;
 }
 
-// Lists, tests and extracts box/arc.lzh into box/dest; checks what is on
-// disk afterwards against the complete files. Returns the extraction's
-// status.
+// Lists, tests and extracts box/arc.lzh into box/dest, then holds what is
+// on disk to the complete files. Returns the extraction's status.
 HRESULT RunAll(const fs::path& box, const std::map<std::string, std::string>& files,
                const std::string& where) {
   KzLhaArchiver a;
@@ -91,9 +86,8 @@ HRESULT RunAll(const fs::path& box, const std::map<std::string, std::string>& fi
       ADD_FAILURE() << where << ": unexpected " << entry;
       continue;
     }
-    // Complete as far as the member's CRC-16 can tell: damage that keeps
-    // the CRC (one cut of c.txt here decodes to other bytes of the same
-    // CRC) is beyond any reader of the format.
+    // Whole as far as CRC-16 tells: one cut of c.txt decodes to other bytes
+    // of the same CRC, which no reader of the format can see.
     const Bytes got = kztest::ReadFile(box / entry);
     EXPECT_EQ(got.size(), it->second.size()) << where << ": " << entry;
     EXPECT_EQ(kztest::Crc16(got), kztest::Crc16(ToBytes(it->second))) << where << ": " << entry;
@@ -116,10 +110,8 @@ TEST(BadInput, EveryPrefixOfASmallArchiveFailsCleanly) {
   EXPECT_EQ(extractedAll, 2);
 }
 
-// Sizes far beyond the archive. A packed size only places the next header
-// (past the end: the archive ends there), so a stored member whose data is
-// all there still comes out; an original size whose data is not there fails
-// its member alone.
+// A packed size only places the next header, so a stored member whose data
+// is all there comes out; missing data fails its member alone.
 struct HugeCase {
   const char* what;
   MemberSpec spec;
@@ -132,9 +124,7 @@ class HugeSizes : public ::testing::TestWithParam<HugeCase> {};
 
 TEST_P(HugeSizes, FailOnlyAMemberWhoseDataIsMissing) {
   kztest::TempDir box;
-  ArchiveBuilder b;
-  b.Stored("first.txt", ToBytes("first"), 0).Member(GetParam().spec).End();
-  b.WriteTo(box / "arc.lzh");
+  ArchiveBuilder().Stored("first.txt", ToBytes("first"), 0).Member(GetParam().spec).End().WriteTo(box / "arc.lzh");
   std::map<std::string, std::string> files{{"first.txt", "first"}};
   if (GetParam().dataComplete) files["huge.bin"] = "abc";
   HRESULT hr = RunAll(box.path(), files, GetParam().what);
@@ -157,9 +147,7 @@ INSTANTIATE_TEST_SUITE_P(
                       HugeCase{"level 0 original 4 GiB - 1", Declaring(0, std::nullopt, 0xFFFFFFFFu), false},
                       HugeCase{"level 2 original 4 GiB - 1", Declaring(2, std::nullopt, 0xFFFFFFFFu), false},
                       HugeCase{"lh5 packed 4 GiB - 1", Declaring(1, 0xFFFFFFFFu, 3, "-lh5-"), false},
-                      // Zero bits past the data decode to zeros up to the
-                      // declared size (4 GiB - 1 would take as long); the
-                      // CRC then fails.
+                      // Zero bits past the data decode to zeros; the CRC fails.
                       HugeCase{"lh5 original 1 MiB from 3 zero bytes",
                                {.level = 1, .method = "-lh5-", .name = "huge.bin",
                                 .packed = Bytes(3, 0), .originalSize = 1u << 20, .crc = 0x1234},
@@ -167,14 +155,9 @@ INSTANTIATE_TEST_SUITE_P(
     kztest::CaseNameFromWhat());
 
 
-// One damaged header between two good members. `fails`: the extraction
-// ends in a failure (naming the archive or the member); otherwise the
-// damage ends or passes the walk quietly.
-struct FieldCase {
-  const char* what;
-  MemberSpec spec;
-  bool fails;
-};
+// One damaged header between two good members; `fails`: the extraction
+// fails, otherwise the damage ends or passes the walk quietly.
+struct FieldCase { const char* what; MemberSpec spec; bool fails; };
 
 void PrintTo(const FieldCase& c, std::ostream* os) { *os << c.what; }
 
@@ -182,10 +165,8 @@ class HeaderFields : public ::testing::TestWithParam<FieldCase> {};
 
 TEST_P(HeaderFields, OutOfRangeEndInACleanStatus) {
   kztest::TempDir box;
-  ArchiveBuilder b;
-  b.Stored("first.txt", ToBytes("first"), 0).Member(GetParam().spec);
-  b.Stored("last.txt", ToBytes("last"), 1).End();
-  b.WriteTo(box / "arc.lzh");
+  ArchiveBuilder().Stored("first.txt", ToBytes("first"), 0).Member(GetParam().spec)
+      .Stored("last.txt", ToBytes("last"), 1).End().WriteTo(box / "arc.lzh");
   HRESULT hr = RunAll(box.path(), {{"first.txt", "first"}, {"bad.txt", "abc"}, {"last.txt", "last"}},
                       GetParam().what);
   EXPECT_EQ(hr < 0, GetParam().fails) << std::hex << hr;
@@ -221,10 +202,8 @@ INSTANTIATE_TEST_SUITE_P(
     kztest::CaseNameFromWhat());
 
 
-// Names at the reader's limit of 1023 characters: a single component that
-// long is refused by the file system (the member fails, naming its
-// path); a deep path is cut to 1023 characters and extracted under that
-// name.
+// A single component of 1023 characters fails at the file system, naming
+// its path; a deep path is cut to 1023 characters and extracted.
 TEST(BadInput, NamesOf1023CharactersFailOrAreCutCleanly) {
   std::string deep;
   for (int i = 0; i < 10; ++i) deep += std::string(99, static_cast<char>('a' + i)) + "/";
@@ -234,11 +213,11 @@ TEST(BadInput, NamesOf1023CharactersFailOrAreCutCleanly) {
   } cases[] = {{"", std::string(1023, 'n'), true}, {deep, std::string(100, 'z'), false}};
   for (const Case& c : cases) {
     kztest::TempDir box;
-    ArchiveBuilder b;
-    b.Member({.level = 2, .name = c.name, .directory = kztest::Dir(c.directory),
-              .packed = ToBytes("abc"), .originalSize = 3, .crc = kztest::Crc16(ToBytes("abc"))})
-        .End();
-    b.WriteTo(box / "arc.lzh");
+    ArchiveBuilder()
+        .Member({.level = 2, .name = c.name, .directory = kztest::Dir(c.directory), .packed = ToBytes("abc"),
+                 .originalSize = 3, .crc = kztest::Crc16(ToBytes("abc"))})
+        .End()
+        .WriteTo(box / "arc.lzh");
     KzLhaArchiver a;
     ASSERT_EQ(kztest::OpenArchive(a, box / "arc.lzh"), 0);
     HRESULT hr = kztest::ExtractAll(a, box / "dest");
@@ -260,9 +239,8 @@ TEST(BadInput, NamesOf1023CharactersFailOrAreCutCleanly) {
 }
 
 
-// An -lh1- stream cut anywhere in its data (every 97th byte of LHarc
-// 1.13's member): the adaptive decoder runs on into the missing bytes and
-// the member fails; nothing of it stays.
+// LHarc 1.13's -lh1- member cut every 97 bytes: the adaptive decoder runs
+// on into the missing bytes and the member fails, leaving nothing.
 TEST(BadInput, Lh1StreamsEndingEarlyFailTheirMember) {
   const fs::path source = kztest::SharedArchive("lharc113/lh1.lzh");
   const Bytes whole = kztest::ReadFile(source);

@@ -1,5 +1,4 @@
-// Member names made into paths, and the file-system calls that must never
-// act through a link.
+// Member names made into paths; file-system calls that never act through a link.
 #include "enginelib/safe_path.h"
 
 #include <gtest/gtest.h>
@@ -11,10 +10,9 @@
 #include <functional>
 #include <string>
 
-#include "support/engine_harness.h"
 #include "enginelib/file_stream.h"
 #include "platform/fs.h"
-#include "support/test_support.h"
+#include "support/engine_harness.h"
 
 namespace {
 
@@ -22,12 +20,7 @@ namespace fs = std::filesystem;
 using kztest::EnginePath;
 using kztest::TempDir;
 
-struct SanitizeCase {
-  const wchar_t* name;
-  uint32_t mode;
-  const wchar_t* path;
-  bool dropped;
-};
+struct SanitizeCase { const wchar_t* name; uint32_t mode; const wchar_t* path; bool dropped; };
 
 void PrintTo(const SanitizeCase& c, std::ostream* os) { *os << kztest::Narrow(c.name); }
 
@@ -38,18 +31,10 @@ TEST_P(SanitizeTest, StaysBelowTheDestination) {
   kz::SanitizeResult r = kz::SanitizeMemberPath(c.name, c.mode);
   EXPECT_EQ(r.Path, c.path);
   EXPECT_EQ(r.Dropped, c.dropped);
-  // Whatever came in, no component of what goes out can climb or root.
+  // Whatever came in, no component of what goes out can be empty, climb or root.
   if (r.Path.empty()) return;
-  EXPECT_NE(r.Path.front(), L'\\');
-  for (size_t start = 0; start <= r.Path.size();) {
-    size_t end = r.Path.find(L'\\', start);
-    if (end == std::wstring::npos) end = r.Path.size();
-    std::wstring part = r.Path.substr(start, end - start);
-    EXPECT_FALSE(part.empty());
-    EXPECT_NE(part, L"..");
-    EXPECT_NE(part, L".");
-    start = end + 1;
-  }
+  const std::wstring wrapped = L"\\" + r.Path + L"\\";
+  for (const wchar_t* bad : {L"\\\\", L"\\..\\", L"\\.\\"}) EXPECT_EQ(wrapped.find(bad), std::wstring::npos);
 }
 
 constexpr uint32_t R = KZ_PATHS_RELATIVE;
@@ -78,27 +63,16 @@ INSTANTIATE_TEST_SUITE_P(
         SanitizeCase{L"../../x", N, L"x", true}, SanitizeCase{L"dir\\", N, L"dir", false},
         SanitizeCase{L"/abs/..", N, L"abs", true}));
 
-TEST(SafePathTest, NullNameIsEmpty) {
-  EXPECT_TRUE(kz::SanitizeMemberPath(nullptr, R).Path.empty());
-  EXPECT_TRUE(kz::MakeRelativeName(nullptr).empty());
-}
-
 TEST(SafePathTest, ArchiveNamesLoseRootsAndClimbsButKeepTheirCharacters) {
   struct Case {
     const wchar_t* path;
     const wchar_t* name;
-  } cases[] = {
-      {L"/home/u/a.txt", L"home\\u\\a.txt"},
-      {L"C:\\x\\y", L"x\\y"},
-      {L"\\\\?\\C:\\x", L"x"},
-      {L"./a", L"a"},
-      {L"../a", L"a"},
-      {L"a/./b/../c", L"a\\b\\c"},
-      {L"x\x01y", L"x\x01y"},
-      {L"dir/", L"dir"},
-      {L"/", L""},
-  };
+  } cases[] = {{L"/home/u/a.txt", L"home\\u\\a.txt"}, {L"C:\\x\\y", L"x\\y"}, {L"\\\\?\\C:\\x", L"x"},
+               {L"./a", L"a"}, {L"../a", L"a"}, {L"a/./b/../c", L"a\\b\\c"}, {L"x\x01y", L"x\x01y"},
+               {L"dir/", L"dir"}, {L"/", L""}};
   for (const Case& c : cases) EXPECT_EQ(kz::MakeRelativeName(c.path), c.name) << c.path;
+  EXPECT_TRUE(kz::MakeRelativeName(nullptr).empty());
+  EXPECT_TRUE(kz::SanitizeMemberPath(nullptr, R).Path.empty());
 }
 
 TEST(SafePathTest, AbsolutePaths) {
@@ -113,14 +87,8 @@ TEST(SafePathTest, MemberNamesCompareWithSeparatorsAlikeAndAsciiCaseIgnored) {
     const wchar_t* a;
     const wchar_t* b;
     bool same;
-  } cases[] = {
-      {L"Dir/File.TXT", L"dir\\file.txt", true},
-      {L"a", L"a", true},
-      {L"a", L"a ", false},
-      {L"a\\b", L"a\\bc", false},
-      {L"\u00e4", L"\u00c4", false},  // only ASCII folds
-      {L"", L"", true},
-  };
+  } cases[] = {{L"Dir/File.TXT", L"dir\\file.txt", true}, {L"a", L"a", true}, {L"a", L"a ", false},
+               {L"a\\b", L"a\\bc", false}, {L"\u00e4", L"\u00c4", false} /* only ASCII folds */, {L"", L"", true}};
   for (const Case& c : cases) {
     EXPECT_EQ(kz::SameMemberName(c.a, c.b), c.same) << c.a << " / " << c.b;
     EXPECT_EQ(kz::MemberNameKey(c.a) == kz::MemberNameKey(c.b), c.same) << c.a << " / " << c.b;
@@ -135,11 +103,7 @@ TEST(FsTest, QueryEntryReportsLinksAndQueryTargetFollowsThem) {
   fs::create_directory(dir / "sub");
   fs::create_symlink(dir / "file", dir / "link");
   fs::create_symlink(dir / "nowhere", dir / "dangling");
-  struct Case {
-    const char* name;
-    kz::fs::EntryType entry;
-    kz::fs::EntryType target;
-  } cases[] = {
+  struct Case { const char* name; kz::fs::EntryType entry; kz::fs::EntryType target; } cases[] = {
       // Files, directories and missing entries alone: platform/fs_test.
       {"sub", kz::fs::EntryType::Directory, kz::fs::EntryType::Directory},
       {"link", kz::fs::EntryType::Link, kz::fs::EntryType::File},
@@ -153,13 +117,11 @@ TEST(FsTest, QueryEntryReportsLinksAndQueryTargetFollowsThem) {
     ASSERT_TRUE(kz::fs::QueryTarget(path.c_str(), info)) << c.name;
     EXPECT_EQ(info.Type, c.target) << c.name;
   }
-  kz::fs::EntryInfo info;
+  kz::fs::EntryInfo info, same;
   ASSERT_TRUE(kz::fs::QueryTarget(EnginePath(dir / "link").c_str(), info));
-  EXPECT_EQ(info.Size, 3u);
-  kz::fs::EntryInfo same;
   ASSERT_TRUE(kz::fs::QueryEntry(EnginePath(dir / "file").c_str(), same));
-  EXPECT_EQ(info.FileIndex, same.FileIndex);
-  EXPECT_EQ(info.Volume, same.Volume);
+  EXPECT_EQ(info.Size, 3u);
+  EXPECT_TRUE(info.FileIndex == same.FileIndex && info.Volume == same.Volume);
 }
 
 TEST(FsTest, ReplaceFileReplacesALinkAndNeverWritesThroughIt) {
@@ -198,15 +160,7 @@ TEST(FsTest, TimesAndPermissionsRefuseOrSkipAFinalLink) {
   EXPECT_EQ(after.st_mtime, before.st_mtime);
   struct stat own;
   ASSERT_EQ(lstat((dir / "link").c_str(), &own), 0);
-  EXPECT_EQ(own.st_mtime, 1000000000);
-
-  std::wstring target = EnginePath(dir / "target");
-  ASSERT_TRUE(kz::fs::SetPermissions(target.c_str(), 0444));
-  ASSERT_TRUE(kz::fs::SetModTime(target.c_str(), 1200000000));
-  ASSERT_TRUE(kz::fs::SyncFile(target.c_str()));
-  ASSERT_EQ(stat((dir / "target").c_str(), &after), 0);
-  EXPECT_EQ(after.st_mode & 07777, 0444u);
-  EXPECT_EQ(after.st_mtime, 1200000000);
+  EXPECT_EQ(own.st_mtime, 1000000000);  // on the target itself: platform/fs_test
 }
 #endif
 

@@ -1,7 +1,5 @@
-// Adding to and deleting from archives through the library's update
-// operations: members that stay come out byte for byte, directories are
-// walked deterministically, and nothing is lost when an update cannot
-// finish.
+// The library's update operations: members that stay come out byte for
+// byte, and nothing is lost when an update cannot finish.
 #include <gtest/gtest.h>
 #ifndef _WIN32
 #include <sys/stat.h>
@@ -27,16 +25,16 @@ MemberSpec Stored(const std::string& name, const std::string& content) {
   return kztest::StoredSpec(name, content, kMemberTime);
 }
 
-void SetMTime(const fs::path& p, int64_t t) { kztest::SetModificationTime(p, t); }
+using W = std::vector<std::wstring>;
+W NamesIn(const fs::path& archive) { return Names(RawMembers(archive)); }
 
 class UpdateTest : public ::testing::Test {
  protected:
-  // An archive of three members, optionally behind a stub.
-  void MakeArchive(const Bytes& stub = {}) {
+  // Three members, optionally behind a stub; `second` replaces dir\m2.
+  void MakeArchive(const Bytes& stub = {}, MemberSpec second = Stored("dir\\m2", "two")) {
     ArchiveBuilder b;
     if (!stub.empty()) b.Stub(stub);
-    b.Member(Stored("m1", "one")).Member(Stored("dir\\m2", "two")).Member(Stored("m3", "three"));
-    b.End();
+    b.Member(Stored("m1", "one")).Member(second).Member(Stored("m3", "three")).End();
     b.WriteTo(archive());
     old_ = b.Bytes();
     Reopen();
@@ -45,8 +43,9 @@ class UpdateTest : public ::testing::Test {
   void Reopen() { ASSERT_EQ(engine_.InitArchive(EnginePath(archive()).c_str(), 0, 0), 0); }
   fs::path archive() const { return dir_ / "arc.lzh"; }
   fs::path src() const { return dir_ / "src"; }
-  void Source(const std::string& rel, const std::string& content) {
+  void Source(const std::string& rel, const std::string& content, int64_t time = 0) {
     kztest::WriteFile(src() / rel, content);
+    if (time != 0) SetModificationTime(src() / rel, time);
   }
   HRESULT Add(const std::vector<std::wstring>& items, uint32_t flags = 0, bool base = true) {
     return kztest::AddItems(engine_, base ? src() : fs::path(), items, flags);
@@ -64,42 +63,22 @@ class UpdateTest : public ::testing::Test {
   Bytes old_;
 };
 
-TEST_F(UpdateTest, AddingKeepsEveryOldMemberAndTheStubByteForByte) {
-  MakeArchive(Bytes(300, 'M'));
-  Source("new1", "n1");
-  Source("new2", "n2");
-  ASSERT_EQ(Add({L"new1", L"new2"}), 0);
-  Bytes now = kztest::ReadFile(archive());
-  // Old archive without its end marker, then the new members.
-  ASSERT_GT(now.size(), old_.size());
-  EXPECT_TRUE(std::equal(old_.begin(), old_.end() - 1, now.begin()));
-  auto members = RawMembers(archive());
-  EXPECT_EQ(Names(members),
-            (std::vector<std::wstring>{L"m1", L"dir\\m2", L"m3", L"new1", L"new2"}));
-  EXPECT_EQ(Contents(archive())[L"new2"], "n2");
-  EXPECT_EQ(now.back(), 0);
-  EXPECT_FALSE(HasTempFiles(dir_.path()));
-}
-
 TEST_F(UpdateTest, UpdateReplacesOnlyMembersWithANewerSource) {
   MakeArchive();
   const int64_t memberTime = kz::DosToUnixTime(kMemberTime);
-  Source("m1", "older");
-  SetMTime(src() / "m1", memberTime - 100);
-  Source("m3", "same second");
-  SetMTime(src() / "m3", memberTime + 1);  // DOS times keep even seconds: not newer
+  Source("m1", "older", memberTime - 100);
+  Source("m3", "same second", memberTime + 1);  // DOS times keep even seconds: not newer
   ASSERT_EQ(Add({L"m1", L"m3"}, KZ_ADD_UPDATE), 0);
   ExpectUntouched();  // nothing newer: the archive was not rewritten
   kztest::WriteFile(dir_ / "old.lzh", old_);
 
   // A newer source replaces its member whatever the case and separators of its name.
-  Source("DIR/M2", "newer");
-  SetMTime(src() / "DIR" / "M2", memberTime + 100);
+  Source("DIR/M2", "newer", memberTime + 100);
   ASSERT_EQ(Add({L"m1", L"DIR/M2", L"m3"}, KZ_ADD_UPDATE), 0);
   auto after = RawMembers(archive());
-  EXPECT_EQ(Names(after), (std::vector<std::wstring>{L"m1", L"m3", L"DIR\\M2"}));
-  EXPECT_EQ(*FindRaw(after, L"m1"), *FindRaw(RawMembers(dir_ / "old.lzh"), L"m1"));
-  EXPECT_EQ(*FindRaw(after, L"m3"), *FindRaw(RawMembers(dir_ / "old.lzh"), L"m3"));
+  EXPECT_EQ(Names(after), (W{L"m1", L"m3", L"DIR\\M2"}));
+  const auto before = RawMembers(dir_ / "old.lzh");
+  for (const wchar_t* kept : {L"m1", L"m3"}) EXPECT_EQ(*FindRaw(after, kept), *FindRaw(before, kept));
   EXPECT_EQ(Contents(archive())[L"DIR\\M2"], "newer");
 }
 
@@ -107,7 +86,7 @@ TEST_F(UpdateTest, CreateRebuildsTheArchiveFromTheSourcesAlone) {
   MakeArchive(Bytes(100, 'S'));
   Source("only", "o");
   ASSERT_EQ(Add({L"only"}, KZ_ADD_CREATE), 0);
-  EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{L"only"}));
+  EXPECT_EQ(NamesIn(archive()), (W{L"only"}));
   EXPECT_EQ(engine_.FirstHeaderPos, 0u);
 }
 
@@ -118,106 +97,85 @@ TEST_F(UpdateTest, ANewArchiveIsCreatedOnlyWhenThereIsAFileToAdd) {
   EXPECT_FALSE(fs::exists(archive()));
   Source("f", "x");
   ASSERT_EQ(Add({L"f"}), 0);
-  EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{L"f"}));
+  EXPECT_EQ(NamesIn(archive()), (W{L"f"}));
   EXPECT_EQ(engine_.NewArchive, 0u);
   // The object now knows the archive exists: a second add appends.
   Source("g", "y");
   ASSERT_EQ(Add({L"g"}), 0);
-  EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{L"f", L"g"}));
+  EXPECT_EQ(NamesIn(archive()), (W{L"f", L"g"}));
 }
 
 #ifndef _WIN32  // links and a FIFO among the sources
 TEST_F(UpdateTest, DirectoriesAreWalkedSortedWithoutFollowingLinksToDirectories) {
   Reopen();
-  Source("tree/b.txt", "b");
-  Source("tree/a.txt", "a");
-  Source("tree/sub/z.txt", "z");
+  for (const char* f : {"tree/b.txt", "tree/a.txt", "tree/sub/z.txt"}) Source(f, f);
   fs::create_directories(src() / "tree" / "empty");
   fs::create_symlink(src() / "tree" / "a.txt", src() / "tree" / "c-link.txt");
   fs::create_symlink(src() / "tree", src() / "tree" / "loop");
   ASSERT_EQ(mkfifo((src() / "tree" / "fifo").c_str(), 0600), 0);
   ASSERT_EQ(Add({L"tree"}), 0);
-  EXPECT_EQ(Names(RawMembers(archive())),
-            (std::vector<std::wstring>{L"tree\\a.txt", L"tree\\b.txt", L"tree\\c-link.txt",
-                                       L"tree\\sub\\z.txt"}));
-  EXPECT_EQ(Contents(archive())[L"tree\\c-link.txt"], "a");
+  EXPECT_EQ(NamesIn(archive()), (W{L"tree\\a.txt", L"tree\\b.txt", L"tree\\c-link.txt", L"tree\\sub\\z.txt"}));
+  EXPECT_EQ(Contents(archive())[L"tree\\c-link.txt"], "tree/a.txt");
 }
 #endif
 
 TEST_F(UpdateTest, ExcludedNamesAreLeftOut) {
   Reopen();
-  Source("p/keep.c", "k");
-  Source("p/drop.o", "d");
-  Source("p/skipdir/x.c", "x");
-  std::wstring objects = L"*.o";
-  std::wstring skipdir = L"p\\skipdir";
-  ASSERT_EQ(engine_.SetOptions(KZ_OPT_EXCLUDE, reinterpret_cast<intptr_t>(objects.c_str()), 0), 0);
-  ASSERT_EQ(engine_.SetOptions(KZ_OPT_EXCLUDE, reinterpret_cast<intptr_t>(skipdir.c_str()), 0), 0);
+  for (const char* f : {"p/keep.c", "p/drop.o", "p/skipdir/x.c"}) Source(f, "x");
+  for (const wchar_t* pattern : {L"*.o", L"p\\skipdir"}) {
+    ASSERT_EQ(engine_.SetOptions(KZ_OPT_EXCLUDE, reinterpret_cast<intptr_t>(pattern), 0), 0);
+  }
   ASSERT_EQ(Add({L"p"}), 0);
-  EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{L"p\\keep.c"}));
+  EXPECT_EQ(NamesIn(archive()), (W{L"p\\keep.c"}));
 }
 
 TEST_F(UpdateTest, NamesAreRelativeToTheBaseDirectory) {
   Reopen();
   Source("d/f.txt", "f");
   std::wstring absolute = EnginePath(src() / "d" / "f.txt");
-  struct Case {
-    const char* what;
-    std::wstring item;
-    bool base;
-    uint32_t paths;
-    std::wstring name;
-  } cases[] = {
-      {"relative under the base", L"d/f.txt", true, KZ_PATHS_RELATIVE, L"d\\f.txt"},
-      {"absolute under the base", absolute, true, KZ_PATHS_RELATIVE, L"d\\f.txt"},
-      {"absolute without a base", absolute, false, KZ_PATHS_RELATIVE,
-       kz::MakeRelativeName(absolute.c_str())},
-      {"last component only", L"d/f.txt", true, KZ_PATHS_NONE, L"f.txt"},
+  struct Case { std::wstring item; bool base; uint32_t paths; std::wstring name; } cases[] = {
+      {L"d/f.txt", true, KZ_PATHS_RELATIVE, L"d\\f.txt"},
+      {absolute, true, KZ_PATHS_RELATIVE, L"d\\f.txt"},
+      {absolute, false, KZ_PATHS_RELATIVE, kz::MakeRelativeName(absolute.c_str())},
+      {L"d/f.txt", true, KZ_PATHS_NONE, L"f.txt"},
   };
   for (const Case& c : cases) {
     fs::remove(archive());
     Reopen();
     ASSERT_EQ(engine_.SetOptions(KZ_OPT_PATHS, c.paths, 0), 0);
-    ASSERT_EQ(Add({c.item}, 0, c.base), 0) << c.what;
-    EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{c.name})) << c.what;
+    ASSERT_EQ(Add({c.item}, 0, c.base), 0) << kztest::Narrow(c.item);
+    EXPECT_EQ(NamesIn(archive()), (W{c.name})) << kztest::Narrow(c.item);
   }
 }
 
 TEST_F(UpdateTest, TheArchiveIsNeverAddedToItself) {
   fs::create_directories(src());
-  ArchiveBuilder b;
-  b.Member(Stored("m1", "one")).End();
-  b.WriteTo(src() / "self.lzh");
+  ArchiveBuilder().Member(Stored("m1", "one")).End().WriteTo(src() / "self.lzh");
   ASSERT_EQ(engine_.InitArchive(EnginePath(src() / "self.lzh").c_str(), 0, 0), 0);
   Source("f", "x");
   ASSERT_EQ(Add({L"."}), 0);
-  EXPECT_EQ(Names(RawMembers(src() / "self.lzh")), (std::vector<std::wstring>{L"m1", L"f"}));
+  EXPECT_EQ(NamesIn(src() / "self.lzh"), (W{L"m1", L"f"}));
 }
 
 TEST_F(UpdateTest, MoveDeletesTheAddedSourcesOnlyOnceTheArchiveIsInPlace) {
   MakeArchive();
-  Source("mv/a", "a");
-  Source("mv/b", "b");
+  for (const char* f : {"mv/a", "mv/b"}) Source(f, f);
   ASSERT_EQ(Add({L"mv"}, KZ_ADD_MOVE), 0);
-  EXPECT_FALSE(fs::exists(src() / "mv" / "a"));
-  EXPECT_FALSE(fs::exists(src() / "mv" / "b"));
-  EXPECT_TRUE(fs::is_directory(src() / "mv"));  // directories stay
-  EXPECT_EQ(Contents(archive())[L"mv\\b"], "b");
-
-  old_ = kztest::ReadFile(archive());
-  Source("mv2/a", "a");
-  EXPECT_LT(Add({L"mv2/a", L"mv2/missing"}, KZ_ADD_MOVE), 0);
-  ExpectUntouched();
-  EXPECT_TRUE(fs::exists(src() / "mv2" / "a"));
+  EXPECT_EQ(kztest::Tree(src()), (std::vector<std::string>{"mv/"}));  // directories stay
+  EXPECT_EQ(Contents(archive())[L"mv\\b"], "mv/b");
 }
 
+// A move too: its sources go only once the archive is in place.
 TEST_F(UpdateTest, AMissingSourceStopsTheUpdateAndNamesTheSource) {
   MakeArchive();
   Source("here", "h");
-  EXPECT_EQ(Add({L"here", L"gone"}), kz::HresultFromWin32(ERROR_FILE_NOT_FOUND));
-  ASSERT_NE(engine_.ErrorFileName, nullptr);
-  EXPECT_EQ(engine_.ErrorFileName, EnginePath(src() / "gone"));
-  ExpectUntouched();
+  for (uint32_t flags : {0u, uint32_t{KZ_ADD_MOVE}}) {
+    EXPECT_EQ(Add({L"here", L"gone"}, flags), kz::HresultFromWin32(ERROR_FILE_NOT_FOUND)) << flags;
+    ASSERT_NE(engine_.ErrorFileName, nullptr);
+    EXPECT_EQ(engine_.ErrorFileName, EnginePath(src() / "gone"));
+    ExpectUntouched();
+    EXPECT_TRUE(fs::exists(src() / "here"));
+  }
 }
 
 TEST_F(UpdateTest, AStopFromProgressLeavesTheOldArchive) {
@@ -249,17 +207,13 @@ TEST_F(UpdateTest, DeletingNothingLeavesTheArchiveAndWarns) {
   EXPECT_TRUE(warned);
   // Selection flags reach the delete: the case of a name can be ignored.
   ASSERT_EQ(Delete({L"DIR/M2"}, KZ_SELECT_NOCASE), 0);
-  EXPECT_EQ(Names(RawMembers(archive())), (std::vector<std::wstring>{L"m1", L"m3"}));
+  EXPECT_EQ(NamesIn(archive()), (W{L"m1", L"m3"}));
 }
 
 TEST_F(UpdateTest, AnArchiveWithAnUnreadableHeaderInsideIsLeftAlone) {
-  ArchiveBuilder b;
   MemberSpec broken = Stored("m2", "two");
   broken.checksumDelta = 1;
-  b.Member(Stored("m1", "one")).Member(broken).Member(Stored("m3", "three")).End();
-  b.WriteTo(archive());
-  old_ = b.Bytes();
-  Reopen();
+  MakeArchive({}, broken);
   Source("x", "x");
   EXPECT_EQ(Add({L"x"}), KZ_ARC_E_BADHEADER);
   ExpectUntouched();
@@ -281,15 +235,13 @@ TEST_F(UpdateTest, AnArchiveThatEndsInsideAMemberIsLeftAlone) {
 #ifndef _WIN32  // POSIX modes and a link to the archive
 TEST_F(UpdateTest, TheArchiveKeepsItsPermissionsAndALinkToItStaysALink) {
   fs::create_directories(dir_ / "real");
-  ArchiveBuilder b;
-  b.Member(Stored("m1", "one")).Member(Stored("m2", "two")).End();
-  b.WriteTo(dir_ / "real" / "arc.lzh");
+  ArchiveBuilder().Member(Stored("m1", "one")).Member(Stored("m2", "two")).End().WriteTo(dir_ / "real" / "arc.lzh");
   chmod((dir_ / "real" / "arc.lzh").c_str(), 0640);
   fs::create_symlink(dir_ / "real" / "arc.lzh", archive());
   Reopen();
   ASSERT_EQ(Delete({L"m1"}), 0);
   EXPECT_TRUE(fs::is_symlink(archive()));
-  EXPECT_EQ(Names(RawMembers(dir_ / "real" / "arc.lzh")), (std::vector<std::wstring>{L"m2"}));
+  EXPECT_EQ(NamesIn(dir_ / "real" / "arc.lzh"), (W{L"m2"}));
   struct stat st;
   ASSERT_EQ(stat((dir_ / "real" / "arc.lzh").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0640u);
@@ -307,27 +259,11 @@ TEST_F(UpdateTest, AnArchiveThatAppearedAfterOpeningIsNotTakenOver) {
   ExpectUntouched();
 }
 
-}  // namespace
+// ---- through the engine, on archives made by other tools
 
-// ---- through the engine, on archives made by other tools ---------------------
-
-namespace {
-
-// What an independent tool says about the archive (its test command).
-bool OracleAccepts(const fs::path& archive) {
-  return kztest::Run({"lhasa", "t", archive.string()}).ExitCode == 0;
-}
-
+// What an independent tool makes of a member.
 std::string OracleContent(const fs::path& archive, const std::string& name) {
   return kztest::Run({"lhasa", "pq", archive.string(), name}).Out;
-}
-
-std::string Slashed(const std::wstring& name) {
-  std::string s = kztest::Narrow(name);
-  for (char& c : s) {
-    if (c == '\\') c = '/';
-  }
-  return s;
 }
 
 struct EngineArchive {
@@ -375,11 +311,11 @@ class EngineUpdateTest : public ::testing::TestWithParam<EngineArchive> {
     const auto stub = static_cast<ptrdiff_t>(engine_.FirstHeaderPos);
     ASSERT_GE(bytes.size(), static_cast<size_t>(stub));
     EXPECT_TRUE(std::equal(old_.begin(), old_.begin() + stub, bytes.begin()));
-    EXPECT_TRUE(OracleAccepts(archive_));
+    EXPECT_EQ(kztest::Run({"lhasa", "t", archive_.string()}).ExitCode, 0);
   }
   HRESULT Add(const std::string& item, const std::string& content, uint32_t flags, int64_t time = 0) {
     kztest::WriteFile(dir_ / "src" / item, content);
-    if (time != 0) SetMTime(dir_ / "src" / item, time);
+    if (time != 0) SetModificationTime(dir_ / "src" / item, time);
     return kztest::AddItems(engine_, dir_ / "src", {kztest::Wide(item)}, flags);
   }
 
@@ -395,7 +331,8 @@ class EngineUpdateTest : public ::testing::TestWithParam<EngineArchive> {
 TEST_P(EngineUpdateTest, EveryUntouchedMemberStaysByteForByte) {
   const auto file = std::find_if(members_.begin(), members_.end(), [](const auto& m) { return m.File; });
   const std::wstring victim = file == members_.end() ? L"" : file->Name;
-  const std::string rel = Slashed(victim);
+  std::string rel = kztest::Narrow(victim);
+  std::replace(rel.begin(), rel.end(), '\\', '/');
   if (!victim.empty()) {
     ASSERT_EQ(Add(rel, "older", KZ_ADD_UPDATE, 315532800), 0);  // 1980-01-01: older than any member
     EXPECT_EQ(kztest::ReadFile(archive_), old_);

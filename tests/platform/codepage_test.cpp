@@ -38,12 +38,7 @@ std::wstring FromCodePoints(const std::vector<uint32_t>& points) {
   return out;
 }
 
-struct DecodeCase {
-  const char* what;
-  uint32_t codePage;
-  std::string bytes;
-  std::vector<uint32_t> expected;
-};
+struct DecodeCase { const char* what; uint32_t codePage; std::string bytes; std::vector<uint32_t> expected; };
 
 class Decode : public ::testing::TestWithParam<DecodeCase> {};
 
@@ -89,12 +84,7 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"big5_shared_private_block", 950, "\xC6\xA1", {0xF6B1}}),
     [](const auto& info) { return std::string(info.param.what); });
 
-struct EncodeCase {
-  const char* what;
-  uint32_t codePage;
-  std::vector<uint32_t> text;
-  std::string expected;
-};
+struct EncodeCase { const char* what; uint32_t codePage; std::vector<uint32_t> text; std::string expected; };
 
 class Encode : public ::testing::TestWithParam<EncodeCase> {};
 

@@ -1,6 +1,4 @@
-// The file-system layer on this system: what an entry is, directories,
-// replacing and removing (read-only files too, as POSIX allows), times and
-// the read-only permission, listings, and the path helpers.
+// The file-system layer on this system (links: enginelib/safe_path_test).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -30,13 +28,12 @@ class FsTest : public ::testing::Test {
 TEST_F(FsTest, EntriesAreFilesDirectoriesOrMissing) {
   kztest::WriteFile(dir_ / "f.txt", std::string("12345"));
   fs::create_directory(dir_ / "d");
-  EXPECT_EQ(Query("f.txt").Type, kz::fs::EntryType::File);
-  EXPECT_EQ(Query("f.txt").Size, 5u);
-  EXPECT_EQ(Query("d").Type, kz::fs::EntryType::Directory);
-  EXPECT_EQ(Query("missing").Type, kz::fs::EntryType::Missing);
-  EXPECT_EQ(Query("missing\\below").Type, kz::fs::EntryType::Missing);
-  EXPECT_EQ(Query("f.txt\\below").Type, kz::fs::EntryType::Missing);  // a file as a directory
+  using T = kz::fs::EntryType;
+  const std::pair<const char*, T> types[] = {{"f.txt", T::File}, {"d", T::Directory}, {"missing", T::Missing},
+                                             {"missing\\below", T::Missing}, {"f.txt\\below", T::Missing}};
+  for (const auto& [name, type] : types) EXPECT_EQ(Query(name).Type, type) << name;
   kz::fs::EntryInfo a = Query("f.txt");
+  EXPECT_EQ(a.Size, 5u);
   kz::fs::EntryInfo b;
   ASSERT_TRUE(kz::fs::QueryTarget(P("d\\..\\f.txt").c_str(), b));
   EXPECT_EQ(a.Volume, b.Volume);
@@ -116,17 +113,12 @@ TEST_F(FsTest, ResolvingGivesAFullPathToTheSameFile) {
 }
 
 TEST(FsNames, TemporaryNamesAreFreshEachTime) {
-  std::wstring a = kz::fs::TempFileName();
-  std::wstring b = kz::fs::TempFileName();
-  EXPECT_NE(a, b);
-  EXPECT_EQ(a.rfind(L".kz", 0), 0u);
+  const std::wstring a = kz::fs::TempFileName();
+  EXPECT_NE(a, kz::fs::TempFileName());
+  EXPECT_EQ(a.rfind(L".kz", 0), 0u);  // what HasTempFiles looks for
 }
 
-struct PathCase {
-  const wchar_t* path;
-  const wchar_t* parent;
-  const wchar_t* last;
-};
+struct PathCase { const wchar_t* path; const wchar_t* parent; const wchar_t* last; };
 
 class PathParts : public ::testing::TestWithParam<PathCase> {};
 
