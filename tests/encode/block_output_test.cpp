@@ -99,6 +99,24 @@ TEST(LevelTest, EncodeAppliesTheLevel) {
   }
 }
 
+// The chain limits of each level (only the search depth shows them, and
+// the packed bytes depend on them); an encoder that never saw a level from
+// 1 to 4 keeps level 2's, and other levels keep the limits in force.
+TEST(ApplyLevelTest, LimitsByLevelAndLevelTwoBeforeAnyLevel) {
+  KzLhaArchiver a;
+  ASSERT_GE(a.Init(), 0);
+  a.CompressionLevel = 0;
+  ASSERT_EQ(a.AllocEncodeBuffers(), 0);  // lends the buffers and applies the level
+  const uint32_t rows[][3] = {{0, 16, 32}, {1, 16, 18}, {3, 32, 64}, {7, 32, 64}, {4, 48, 256}, {2, 16, 32}};
+  for (const auto& r : rows) {
+    a.CompressionLevel = r[0];
+    a.Lha6Encoder.ApplyLevel();
+    EXPECT_EQ(EncoderTestAccess::LiteralChainLimit(a.Lha6Encoder), r[1]) << "level " << r[0];
+    EXPECT_EQ(EncoderTestAccess::MatchChainLimit(a.Lha6Encoder), r[2]) << "level " << r[0];
+  }
+  a.FreeEncodeBuffers();
+}
+
 TEST(EncodeBuffersTest, AFailedAllocationReleasesEverything) {
   for (int index = 1; index <= 6; ++index) {
     KzLhaArchiver a;

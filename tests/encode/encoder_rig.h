@@ -28,6 +28,8 @@ struct EncoderTestAccess {
   static void SyncBits(EncoderBase& e) { e.SyncBits(); }
   static void ResetFrame(EncoderBase& e) { e.ResetFrame(); }
   static uint32_t OutputCount(const EncoderBase& e) { return e.OutputCount; }
+  static uint32_t LiteralChainLimit(const EncoderBase& e) { return e.LiteralChainLimit; }
+  static uint32_t MatchChainLimit(const EncoderBase& e) { return e.MatchChainLimit; }
   static const uint8_t* OutputBuffer(const EncoderBase& e) { return e.OutputBuffer; }
   // Bits still waiting for their byte to complete (0..7 after SyncBits).
   static uint32_t PendingBitCount(const EncoderBase& e) { return e.BitCount; }
