@@ -102,10 +102,6 @@ TEST_P(FieldsByLevel, FillsTheRecordAndStepsToTheNextHeader) {
   EXPECT_EQ(record_.TimeStamp, kztest::DosTime(2010, 1, 1, 12, 30));
   EXPECT_EQ(record_.Attributes, 0x21u);
   EXPECT_EQ(record_.Crc, 0xBEEFu);
-  EXPECT_EQ(record_.Method, 5u);
-  EXPECT_EQ(record_.MethodCode, 19u);
-  EXPECT_EQ(record_.VersionNeeded, 21u);
-  EXPECT_EQ(record_.HostOs, level == 0 ? 1u : 5u);
   EXPECT_EQ(record_.ExtendedLength, 0u);
   EXPECT_EQ(archiver_.NextHeaderPos, b.Layout()[1].headerPos);
 

@@ -173,13 +173,6 @@ INSTANTIATE_TEST_SUITE_P(Streams, StaticDecoderStream, ::testing::ValuesIn(kStre
 
 // ---- sizes and the bit input ----------------------------------------------------
 
-TEST(StaticDecoder, OriginalSizeZeroWritesNothingButTakesThePrimingBytes) {
-  DecodeHarness h;
-  EXPECT_EQ(h.Decode({.Method = 5, .Packed = Bytes(10, 0x5A), .OriginalSize = 0, .Crc = 0}), 0);
-  EXPECT_TRUE(h.Blocks().empty());
-  EXPECT_EQ(h.Archiver().Transfer.PackedSize, 8u);  // two of ten bytes taken
-}
-
 TEST(StaticDecoder, PackedSizeZeroDecodesToZeroBytesWithoutReading) {
   DecodeHarness h;
   kztest::ReadCounter reads;
@@ -411,33 +404,5 @@ TEST_P(StaticDecoderWindow, AFailedWriteStopsTheDecoding) {
 
 INSTANTIATE_TEST_SUITE_P(Methods, StaticDecoderWindow, ::testing::Values(kLh5, kLh6, kLh7),
                          [](const auto& info) { return "lh" + std::to_string(info.param.Number); });
-
-// ---- failures from the reader and the data -------------------------------------------
-
-TEST(StaticDecoder, AFailedChunkReadStopsAfterTheNextSymbol) {
-  // Random literals and a few short matches: about a byte of packed data
-  // per byte of output.
-  std::mt19937 rng(23);
-  std::vector<Token> tokens;
-  for (int i = 0; i < 30000; ++i)
-    tokens.push_back(i % 8 == 7 ? Match(3 + rng() % 5, 1 + rng() % 100) : Literal(static_cast<uint8_t>(rng())));
-  Bytes expected = ExpandTokens(tokens);
-  Bytes packed = kztest::EncodeStatic(tokens, 14, 4);
-  ASSERT_GT(packed.size(), 16000u);
-  DecodeHarness h;
-  kz::fault::Arm(2, kz::fault::kRead);
-  HRESULT hr = h.Decode({.Method = 5, .Packed = packed, .OriginalSize = expected.size()}, expected);
-  kz::fault::Disarm();
-  EXPECT_LT(hr, 0);
-  EXPECT_NE(hr, kz::E_Crc);  // no CRC error on top of the read failure
-  EXPECT_EQ(std::wstring(h.Archiver().ErrorFileName), h.ArchiveName());
-  // Blocks before the failure are whole and right (the last one may hold a
-  // match decoded from the failed chunk, as it would with any reader).
-  ASSERT_FALSE(h.Blocks().empty());
-  Bytes got = h.Output();
-  EXPECT_LT(got.size(), expected.size());
-  size_t good = got.size() - h.Blocks().back().size();
-  EXPECT_TRUE(std::equal(got.begin(), got.begin() + static_cast<ptrdiff_t>(good), expected.begin()));
-}
 
 }  // namespace
