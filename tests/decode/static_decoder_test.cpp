@@ -67,9 +67,9 @@ TEST_P(StaticDecoderStream, DecodesToItsBytes) {
 }
 
 const StreamCase kStreams[] = {
-    {"WorkedSingleSymbolCodes", [] { return Stream{5, {0x00, 0x03, 0x00, 0x00, 0x04, 0x10}, kztest::ToBytes("AAA")}; }},
     {"WorkedCodeLengthCodeAndMatch",
      [] { return Stream{5, {0x00, 0x03, 0x20, 0x04, 0x30, 0x10, 0xB6, 0x55, 0x40, 0x10, 0x10}, kztest::ToBytes("AAAAA")}; }},
+    // The worked single-symbol stream is in BytesPastThePackedSizeReadAsZeroBits.
     {"Lh4GoesToTheLh5Decoder", [] { return Stream{4, {0x00, 0x03, 0x00, 0x00, 0x04, 0x10}, kztest::ToBytes("AAA")}; }},
     {"Lh4DistancesAbove4096",  // the lh5 window serves -lh4- too
      [] {
