@@ -78,8 +78,6 @@ class ListTest : public ::testing::Test {
   ArchiveInfo info_;
 };
 
-// ---- the walk ------------------------------------------------------------------------
-
 TEST_F(ListTest, ListsEveryMemberInArchiveOrderFromBehindAStub) {
   ArchiveBuilder b;
   b.Stub(Bytes(300, 0x90))
@@ -141,8 +139,6 @@ TEST_F(ListTest, ItemsAlreadyInTheListAreCounted) {
   EXPECT_EQ(info_.DictionaryKiB, 64u);
 }
 
-// ---- statistics -----------------------------------------------------------------------
-
 struct StatsCase {
   const char* what;
   std::vector<MemberSpec> members;
@@ -196,8 +192,6 @@ INSTANTIATE_TEST_SUITE_P(
                                                           .packed = Bytes(10, 1), .originalSize = 15}},
                   2, 1, 8, 5, 100}),
     kztest::CaseNameFromWhat());
-
-// ---- how a walk ends -------------------------------------------------------------------
 
 TEST_F(ListTest, StrayBytesAfterTheLastMemberFailTheListing) {
   ArchiveBuilder b;

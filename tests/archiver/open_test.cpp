@@ -47,8 +47,6 @@ Bytes StubThen(size_t stubSize, const MemberSpec& spec) {
   return b.Bytes();
 }
 
-// ---- the search window --------------------------------------------------------------
-
 struct WindowCase {
   const char* what;
   size_t offset;
@@ -89,8 +87,6 @@ INSTANTIATE_TEST_SUITE_P(
                       WindowCase{"level1 one byte out", kWindow - 31, 1, false},
                       WindowCase{"level0 past the window", kWindow + 10, 0, false}),
     kztest::CaseNameFromWhat());
-
-// ---- which candidate wins ------------------------------------------------------------
 
 // A fake header inside a stub: the pattern, a level byte, and the size and
 // checksum bytes as given (level 2 has no checksum to pass).
@@ -166,8 +162,6 @@ TEST_F(OpenTest, SmallOrPlainFilesHoldNoHeader) {
   EXPECT_EQ(archiver_.FirstHeaderPos, 0u);
 }
 
-// ---- what a successful open leaves ----------------------------------------------------
-
 // A long-path prefix is dropped from the stored path; a new archive bound
 // before does not leave its flag behind.
 TEST_F(OpenTest, AnExistingArchiveBindsItsPathAndClosesTheStream) {
@@ -183,8 +177,6 @@ TEST_F(OpenTest, AnExistingArchiveBindsItsPathAndClosesTheStream) {
     EXPECT_EQ(archiver_.Status, 0);
   }
 }
-
-// ---- a new archive ------------------------------------------------------------------
 
 struct NewPathCase {
   const char* what;
@@ -213,8 +205,6 @@ INSTANTIATE_TEST_SUITE_P(
                     L"unc\\server\\share\\new.lzh"},
         NewPathCase{"relative", L"no-such-dir-here/new.lzh", L"no-such-dir-here\\new.lzh"}),
     kztest::CaseNameFromWhat());
-
-// ---- failures ---------------------------------------------------------------------
 
 // A directory, a file without a header, a failing open or read: the
 // failure is the status, named after the file, the previous archive stays
@@ -247,8 +237,6 @@ TEST_F(OpenTest, AFailedOpenIsRecordedAndKeepsThePreviousArchive) {
   EXPECT_LT(archiver_.InitArchive(nullptr, 0, 0), 0);  // the path is required
   EXPECT_LT(archiver_.InitArchive(L"", 0, 0), 0);
 }
-
-// ---- long-path conversions ------------------------------------------------------------
 
 TEST(LongPaths, ConvertBothWays) {
   const struct {

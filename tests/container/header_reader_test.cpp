@@ -75,8 +75,6 @@ class HeaderReaderTest : public ::testing::Test {
   kztest::MemberLayout layout_{};
 };
 
-// ---- fixed fields, per level -------------------------------------------------
-
 class FieldsByLevel : public HeaderReaderTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(FieldsByLevel, FillsTheRecordAndStepsToTheNextHeader) {
@@ -111,8 +109,6 @@ TEST_P(FieldsByLevel, FillsTheRecordAndStepsToTheNextHeader) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, FieldsByLevel, ::testing::Values(0, 1, 2));
-
-// ---- method character, host system, time stamp -----------------------------------
 
 struct MethodCase {
   int level;
@@ -172,8 +168,6 @@ TEST_F(HeaderReaderTest, TimeStampsAreDosTimesExceptForUnixSecondsOfLevel2) {
   EXPECT_EQ((record_.TimeStamp >> 16) & 0x1FF, (1u << 5) | 1u);  // January 1st
 }
 
-// ---- the end of the archive ------------------------------------------------------
-
 struct EndCase {
   const char* what;
   Bytes bytes;
@@ -220,8 +214,6 @@ TEST_P(StrayBytes, AfterTheLastMemberAreARecordedReadFailure) {
 
 INSTANTIATE_TEST_SUITE_P(OneTo21, StrayBytes, ::testing::Range(1, 22));
 
-// ---- checksum ------------------------------------------------------------------
-
 class ChecksumByLevel : public HeaderReaderTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(ChecksumByLevel, AMismatchEndsTheScanWithTheRecordUntouched) {
@@ -251,8 +243,6 @@ TEST_F(HeaderReaderTest, Level0TrailerCountsInTheLengthWhicheverSumItCarries) {
   }
   EXPECT_EQ(ReadOne({.level = 0, .name = "t.txt", .checksumDelta = 7, .level0Trailer = trailer}), 1);
 }
-
-// ---- names ---------------------------------------------------------------------
 
 struct NameCase {
   const char* what;
@@ -326,8 +316,6 @@ TEST_F(HeaderReaderTest, Level2SkipsOtherExtensionsIncludingTheHeaderCrc) {
   EXPECT_EQ(record_.NameLength, 5u);
 }
 
-// ---- level-1 extended headers ----------------------------------------------------
-
 // The extensions count as packed bytes: the data starts behind them, the
 // next header is where the packed size says. A type-0x01 name is not
 // taken at level 1.
@@ -341,8 +329,6 @@ TEST_F(HeaderReaderTest, ExtendedLengthMovesTheDataButNotTheNextHeader) {
   EXPECT_EQ(record_.HeaderPos + record_.HeaderLength + record_.ExtendedLength, layout_.dataPos);
   EXPECT_EQ(archiver_.NextHeaderPos, record_.HeaderPos + record_.HeaderLength + record_.PackedSize);
 }
-
-// ---- extended headers refused --------------------------------------------------------
 
 struct RefusedCase {
   const char* what;
@@ -392,8 +378,6 @@ TEST_F(HeaderReaderTest, ALongestDirectoryIsReadWhole) {
   EXPECT_EQ(Name(), std::wstring(1022, L'd') + L"\\");
 }
 
-// ---- truncated headers ------------------------------------------------------------
-
 // A header cut inside its name (level 1) or inside an extension's data fails
 // the read; cut inside the last next-size word, the chain ends as if the size
 // were 0 and the header is finished from what was read. Either way the
@@ -438,8 +422,6 @@ TEST_F(HeaderReaderTest, EveryFailingReadIsRecorded) {
     EXPECT_LT(archiver_.Status, 0);
   }
 }
-
-// ---- name assembly on its own ---------------------------------------------------
 
 // Called directly, the join is refused when the directory has no separator
 // (the reader then keeps the name as it is).

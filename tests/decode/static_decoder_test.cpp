@@ -27,8 +27,6 @@ struct Method {
 
 const Method kLh5{5, 8192, 14, 4}, kLh6{6, 32768, 16, 5}, kLh7{7, 65536, 17, 5};
 
-// ---- streams of known content --------------------------------------------------------
-
 struct Stream {
   uint32_t Method;
   Bytes Packed, Expected;
@@ -171,8 +169,6 @@ const StreamCase kStreams[] = {
 INSTANTIATE_TEST_SUITE_P(Streams, StaticDecoderStream, ::testing::ValuesIn(kStreams),
                          [](const auto& info) { return std::string(info.param.Name); });
 
-// ---- sizes and the bit input ----------------------------------------------------
-
 TEST(StaticDecoder, PackedSizeZeroDecodesToZeroBytesWithoutReading) {
   DecodeHarness h;
   kztest::ReadCounter reads;
@@ -229,8 +225,6 @@ TEST(StaticDecoder, ReadsTheNextChunkOnlyWhenItsFirstByteIsDue) {
     EXPECT_EQ(h.Archiver().Transfer.PackedSize, 9000u - (literals == 7992 ? 8000u : 8001u));
   }
 }
-
-// ---- refused tables ---------------------------------------------------------------
 
 // Writes a block head up to the point where a case puts its bad field.
 struct BadTable {
@@ -317,8 +311,6 @@ TEST(StaticDecoder, AFailedTableInALaterBlockKeepsTheBlocksAlreadyWritten) {
   EXPECT_EQ(h.Decode({.Method = 5, .Packed = w.Finish(), .OriginalSize = 9000, .Crc = 0}), kz::ARC_E_BADTABLE);
   EXPECT_EQ(h.BlockSizes(), std::vector<size_t>{8192});
 }
-
-// ---- the window -----------------------------------------------------------------
 
 class StaticDecoderWindow : public ::testing::TestWithParam<Method> {};
 

@@ -198,8 +198,6 @@ std::vector<Token> RandomTokens(size_t size, uint32_t maxDistance, uint32_t seed
   return tokens;
 }
 
-// ---- -lh1- --------------------------------------------------------------------
-
 namespace {
 
 constexpr uint32_t kChars = 314, kNodes = 627, kRoot = 626;
