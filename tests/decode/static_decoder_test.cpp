@@ -40,18 +40,6 @@ Stream Block(const std::function<void(BitWriter&, BlockWriter&)>& write, Bytes e
   return {5, w.Finish(), std::move(expected)};
 }
 
-Stream BlockOfTokens(const std::vector<uint8_t>& charLengths, const std::vector<uint8_t>& posLengths,
-                     const std::vector<Token>& tokens, const Method& m = kLh5) {
-  BitWriter w;
-  BlockWriter b(w, m.NP, m.PBIT);
-  b.BlockSize(static_cast<uint32_t>(tokens.size()));
-  b.LengthCode(kztest::DefaultLengthCode());
-  b.CharLengths(charLengths);
-  b.PositionLengths(posLengths);
-  b.Tokens(tokens);
-  return {m.Number, w.Finish(), ExpandTokens(tokens)};
-}
-
 struct StreamCase {
   const char* Name;
   std::function<Stream()> Make;
@@ -129,40 +117,6 @@ const StreamCase kStreams[] = {
          b.SinglePositionCode(0);
          w.Put(0b0001101111100100, 16);
        }, {2, 3, 4, 5, 5, 4, 3, 2});
-     }},
-    // 480 symbols of 16 bits fill 30 entries of the 12-bit table; the rest
-    // goes to lengths 1..7 and 11: long codes walk the trees below it.
-    {"CodesLongerThanTheTableWalkTheTrees",
-     [] {
-       std::vector<uint8_t> lengths(510, 0);
-       uint32_t sym = 0;
-       for (uint32_t l : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 11u}) lengths[sym++ * 37 % 256] = static_cast<uint8_t>(l);
-       for (uint32_t s = 256; s < 510 && sym < 8 + 480; ++s, ++sym) lengths[s] = 16;
-       for (uint32_t s = 0; s < 256 && sym < 8 + 480; ++s)
-         if (lengths[s] == 0) lengths[s] = 16, ++sym;
-       std::vector<Token> tokens;
-       std::mt19937 rng(5);
-       for (int i = 0; i < 20000; ++i) {
-         uint32_t s = rng() % 510;
-         while (lengths[s] == 0) s = (s + 1) % 510;
-         tokens.push_back(Token{static_cast<uint16_t>(s), s < 256 ? 0 : static_cast<uint32_t>(1 + rng() % 4000)});
-       }
-       return BlockOfTokens(lengths, kztest::FlatLengths(13), tokens);
-     }},
-    // Position lengths up to 16 bits, beyond the 8-bit table.
-    {"LongPositionCodesWalkTheAuxiliaryTree",
-     [] {
-       std::vector<Token> tokens;
-       for (int i = 0; i < 300; ++i) tokens.push_back(Literal(static_cast<uint8_t>(i)));
-       std::mt19937 rng(8);
-       for (int i = 0; i < 3000; ++i) {
-         uint32_t j = rng() % 17;
-         uint32_t d = j == 0 ? 1 : (1u << (j - 1)) + 1 + rng() % (1u << (j - 1));
-         tokens.push_back(Match(3 + rng() % 30, std::min<uint32_t>(d, 65536)));
-       }
-       std::vector<uint32_t> counts(510, 0);
-       for (auto& t : tokens) ++counts[t.Symbol];
-       return BlockOfTokens(kztest::LengthsFor(counts), {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 16}, tokens, kLh7);
      }},
 };
 
