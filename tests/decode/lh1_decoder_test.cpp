@@ -71,14 +71,6 @@ TEST(Lh1Decoder, HistoryBeforeTheFirstByteIsSpaces) {
   }
 }
 
-// The root reaches 0x8000 after 32768 - 314 counted symbols; the rebuild
-// halves every count, and decoding goes on in step with the encoder.
-TEST(Lh1Decoder, TreeRebuildsKeepDecodingInStep) {
-  Bytes data = kztest::TextBytes(150000, 12);
-  for (size_t i = 0; i < data.size(); i += 97) data[i] = static_cast<uint8_t>(i * 7);
-  ExpectDecodes(1, kztest::EncodeLh1(data), data);
-}
-
 TEST(Lh1Decoder, ReadsPastThePackedSizeAndChunksAt8000Bytes) {
   // The reader is bounded by the original size only: it reads the bytes
   // after the member's data as they are, one 8000-byte chunk at a time.
