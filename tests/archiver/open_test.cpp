@@ -150,18 +150,6 @@ INSTANTIATE_TEST_SUITE_P(
                       CandidateCase{"no pattern", Bytes(22, 0), false}),
     kztest::CaseNameFromWhat());
 
-// Too small to hold a header, or no archive at all; 22 bytes are enough
-// for a candidate (whose method character is any byte: "-lh?-").
-TEST_F(OpenTest, SmallOrPlainFilesHoldNoHeader) {
-  const Bytes candidate = FakeCandidate(0, 0, 2);
-  for (size_t size : {0, 1, 20, 21})
-    EXPECT_EQ(Open(Bytes(candidate.begin(), candidate.begin() + static_cast<long>(size))), kz::ARC_E_NOARCHIVE)
-        << size;
-  EXPECT_EQ(Open(kztest::TextBytes(200000, 7)), kz::ARC_E_NOARCHIVE);
-  EXPECT_EQ(Open(candidate), 0);
-  EXPECT_EQ(archiver_.FirstHeaderPos, 0u);
-}
-
 // A long-path prefix is dropped from the stored path; a new archive bound
 // before does not leave its flag behind.
 TEST_F(OpenTest, AnExistingArchiveBindsItsPathAndClosesTheStream) {
