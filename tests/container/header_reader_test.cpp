@@ -274,12 +274,6 @@ INSTANTIATE_TEST_SUITE_P(
                  L"sub\\link|\\abs\\path"}),
     kztest::CaseNameFromWhat());
 
-TEST_F(HeaderReaderTest, ControlCharactersInANameDoNotSurvive) {
-  ASSERT_EQ(ReadOne({.level = 1, .name = "a\x1b]2;x\x07.txt"}), 0);
-  EXPECT_EQ(Name().find_first_of(L"\x1b\x07"), std::wstring::npos);
-  EXPECT_EQ(Name().size(), 11u);
-}
-
 TEST_F(HeaderReaderTest, AnEmptyLevel0NameGivesAnInvalidMember) {
   ReadBeforeNext({.level = 0, .name = "", .packed = ToBytes("abc")});
   EXPECT_EQ(record_.Valid, 0u);
