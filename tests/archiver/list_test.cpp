@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -77,8 +78,6 @@ class ListTest : public ::testing::Test {
   ArchiveInfo info_;
 };
 
-// ---- the walk ------------------------------------------------------------------------
-
 TEST_F(ListTest, ListsEveryMemberInArchiveOrderFromBehindAStub) {
   ArchiveBuilder b;
   b.Stub(Bytes(300, 0x90))
@@ -101,16 +100,6 @@ TEST_F(ListTest, ListsEveryMemberInArchiveOrderFromBehindAStub) {
   EXPECT_EQ(members[1]->OriginalSize, 9u);
   EXPECT_EQ(members[1]->Crc, kztest::Crc16(ToBytes("level one")));
   EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
-}
-
-TEST_F(ListTest, ANullSelectionOrListIsAnInvalidArgument) {
-  Bind({Sized("a", '5', 1, 1)});
-  EXPECT_EQ(archiver_.ListArchive(nullptr, 0, 0, members_.get(), &info_), kz::E_Invalidarg);
-  EXPECT_EQ(archiver_.Status, kz::E_Invalidarg);
-  EXPECT_EQ(archiver_.ErrorFileName, nullptr);
-  EXPECT_EQ(archiver_.ListArchive(all_.get(), 0, 0, nullptr, &info_), kz::E_Invalidarg);
-  EXPECT_EQ(members_.get()->Count, 0u);
-  EXPECT_TRUE(InfoUntouched());
 }
 
 // Only the chosen members are listed and counted; a selection of nothing
@@ -150,8 +139,6 @@ TEST_F(ListTest, ItemsAlreadyInTheListAreCounted) {
   EXPECT_EQ(info_.DictionaryKiB, 64u);
 }
 
-// ---- statistics -----------------------------------------------------------------------
-
 struct StatsCase {
   const char* what;
   std::vector<MemberSpec> members;
@@ -170,6 +157,7 @@ TEST_P(Statistics, ComeFromTheListedMembers) {
     original += m.originalSize;
   }
   b.End();
+  for (const auto& layout : b.Layout()) packed += layout.extendedLength;  // level 1 counts them
   Bind(b.Bytes());
   ASSERT_EQ(List(&info_), 0);
   EXPECT_EQ(info_.Size, sizeof(ArchiveInfo));
@@ -199,18 +187,11 @@ INSTANTIATE_TEST_SUITE_P(
                                               Sized("b", '5', 1, 1, 1, 'M')}, 2, 1, 8, 1, 100},
         StatsCase{"level 0 host", {Sized("a", '5', 1, 1, 0)}, 2, 1, 8, 1, 100},
         StatsCase{"unknown method", {Sized("a", 'x', 1, 1)}, 2, 7, 8, 5, 100},
-        StatsCase{"no original bytes: ratio left 0", {Sized("empty", '0', 0, 0)}, 2, 1, 8, 5, 0}),
+        StatsCase{"no original bytes: ratio left 0", {Sized("empty", '0', 0, 0)}, 2, 1, 8, 5, 0},
+        StatsCase{"level 1 extended headers", {MemberSpec{.level = 1, .name = "f", .directory = kztest::Dir("d/"),
+                                                          .packed = Bytes(10, 1), .originalSize = 15}},
+                  2, 1, 8, 5, 100}),
     kztest::CaseNameFromWhat());
-
-// Level-1 packed sizes include the extended headers, and so do the totals.
-TEST_F(ListTest, Level1TotalsIncludeTheExtendedHeaders) {
-  Bind({MemberSpec{.level = 1, .name = "f", .directory = kztest::Dir("d/"),
-                   .packed = Bytes(10, 1), .originalSize = 10}});
-  ASSERT_EQ(List(&info_), 0);
-  EXPECT_EQ(info_.TotalPacked, 10u + 5u);
-}
-
-// ---- how a walk ends -------------------------------------------------------------------
 
 TEST_F(ListTest, StrayBytesAfterTheLastMemberFailTheListing) {
   ArchiveBuilder b;
@@ -256,32 +237,41 @@ TEST_F(ListTest, TheMemberAfterANamelessLevel2HeaderIsListed) {
   for (size_t i = 0; i + 1 < members.size(); ++i) EXPECT_EQ(members[i]->Valid, 0u);
 }
 
-TEST_F(ListTest, AnArchiveThatVanishedIsASystemErrorNamingIt) {
-  Bind({Sized("a", '5', 1, 1)});
-  std::filesystem::remove(dir_ / "a.lzh");
-  const HRESULT hr = List(&info_);
-  EXPECT_LT(hr, 0);
-  ASSERT_NE(archiver_.ErrorFileName, nullptr);
-  EXPECT_EQ(std::wstring(archiver_.ErrorFileName), std::wstring(archiver_.ArchivePath.c_str()));
-  EXPECT_EQ(members_.get()->Count, 0u);
-  EXPECT_TRUE(InfoUntouched());
-  // A new archive has nothing to list either.
-  ASSERT_EQ(archiver_.InitArchive(kztest::Wide((dir_ / "new.lzh").string()).c_str(), 0, 0), 0);
-  EXPECT_LT(List(&info_), 0);
-  EXPECT_EQ(members_.get()->Count, 0u);
-}
-
-// A list that refuses items stops the walk; the status says why and the
-// statistics are not filled.
-TEST_F(ListTest, AListThatRefusesItemsStopsTheWalk) {
+// No selection or list, a list of the wrong kind, an archive gone since it
+// was bound, a new archive: a failure status, nothing listed, the
+// statistics not filled, the stream closed.
+TEST_F(ListTest, AListingThatCannotRunFailsWithNothingFilled) {
   Bind({Sized("a", '5', 1, 1), Sized("b", '5', 1, 1)});
   OwnedList wrongKind(KZ_LIST_NAMES);
-  const HRESULT hr = archiver_.ListArchive(all_.get(), 0, 0, wrongKind.get(), &info_);
-  EXPECT_LT(hr, 0);
-  EXPECT_EQ(archiver_.Status, hr);
-  EXPECT_EQ(wrongKind.get()->Count, 0u);
-  EXPECT_TRUE(InfoUntouched());
-  EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
+  const std::wstring fresh = kztest::Wide((dir_ / "new.lzh").string());
+  const struct {
+    const char* what;
+    std::function<HRESULT()> run;
+    bool invalidArgument, namesTheArchive;
+  } cases[] = {
+      {"no selection", [&] { return archiver_.ListArchive(nullptr, 0, 0, members_.get(), &info_); }, true, false},
+      {"no list", [&] { return archiver_.ListArchive(all_.get(), 0, 0, nullptr, &info_); }, true, false},
+      {"a names list", [&] { return archiver_.ListArchive(all_.get(), 0, 0, wrongKind.get(), &info_); }, false, false},
+      {"vanished", [&] { std::filesystem::remove(dir_ / "a.lzh"); return List(&info_); }, false, true},
+      {"new archive", [&] { EXPECT_EQ(archiver_.InitArchive(fresh.c_str(), 0, 0), 0); return List(&info_); },
+       false, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const HRESULT hr = c.run();
+    EXPECT_LT(hr, 0);
+    EXPECT_EQ(archiver_.Status, hr);
+    if (c.invalidArgument) {
+      EXPECT_EQ(hr, kz::E_Invalidarg);
+      EXPECT_EQ(archiver_.ErrorFileName, nullptr);
+    }
+    if (c.namesTheArchive) {
+      ASSERT_NE(archiver_.ErrorFileName, nullptr);
+      EXPECT_EQ(std::wstring(archiver_.ErrorFileName), std::wstring(archiver_.ArchivePath.c_str()));
+    }
+    EXPECT_EQ(members_.get()->Count + wrongKind.get()->Count, 0u);
+    EXPECT_TRUE(InfoUntouched());
+    EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
+  }
 }
 
 // Any read of a listing can fail (the library's own reads included): the

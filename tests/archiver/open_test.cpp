@@ -47,8 +47,6 @@ Bytes StubThen(size_t stubSize, const MemberSpec& spec) {
   return b.Bytes();
 }
 
-// ---- the search window --------------------------------------------------------------
-
 struct WindowCase {
   const char* what;
   size_t offset;
@@ -89,8 +87,6 @@ INSTANTIATE_TEST_SUITE_P(
                       WindowCase{"level1 one byte out", kWindow - 31, 1, false},
                       WindowCase{"level0 past the window", kWindow + 10, 0, false}),
     kztest::CaseNameFromWhat());
-
-// ---- which candidate wins ------------------------------------------------------------
 
 // A fake header inside a stub: the pattern, a level byte, and the size and
 // checksum bytes as given (level 2 has no checksum to pass).
@@ -154,22 +150,11 @@ INSTANTIATE_TEST_SUITE_P(
                       CandidateCase{"no pattern", Bytes(22, 0), false}),
     kztest::CaseNameFromWhat());
 
-// Too small to hold a header, or no archive at all; 22 bytes are enough
-// for a candidate (whose method character is any byte: "-lh?-").
-TEST_F(OpenTest, SmallOrPlainFilesHoldNoHeader) {
-  const Bytes candidate = FakeCandidate(0, 0, 2);
-  for (size_t size : {0, 1, 20, 21})
-    EXPECT_EQ(Open(Bytes(candidate.begin(), candidate.begin() + static_cast<long>(size))), kz::ARC_E_NOARCHIVE)
-        << size;
-  EXPECT_EQ(Open(kztest::TextBytes(200000, 7)), kz::ARC_E_NOARCHIVE);
-  EXPECT_EQ(Open(candidate), 0);
-  EXPECT_EQ(archiver_.FirstHeaderPos, 0u);
-}
-
-// ---- what a successful open leaves ----------------------------------------------------
-
-// A long-path prefix is dropped from the stored path.
+// A long-path prefix is dropped from the stored path; a new archive bound
+// before does not leave its flag behind.
 TEST_F(OpenTest, AnExistingArchiveBindsItsPathAndClosesTheStream) {
+  ASSERT_EQ(archiver_.InitArchive(kztest::Wide((dir_ / "missing.lzh").string()).c_str(), 0, 0), 0);
+  ASSERT_EQ(archiver_.NewArchive, 1u);
   const std::wstring path = Write(StubThen(64, {.level = 1, .name = "f"}));
   for (const std::wstring& given : {path, L"\\\\?\\" + path}) {
     ASSERT_EQ(archiver_.InitArchive(given.c_str(), 0, 0), 0);
@@ -180,8 +165,6 @@ TEST_F(OpenTest, AnExistingArchiveBindsItsPathAndClosesTheStream) {
     EXPECT_EQ(archiver_.Status, 0);
   }
 }
-
-// ---- a new archive ------------------------------------------------------------------
 
 struct NewPathCase {
   const char* what;
@@ -211,56 +194,37 @@ INSTANTIATE_TEST_SUITE_P(
         NewPathCase{"relative", L"no-such-dir-here/new.lzh", L"no-such-dir-here\\new.lzh"}),
     kztest::CaseNameFromWhat());
 
-TEST_F(OpenTest, RebindingFromANewArchiveToAnExistingOneClearsTheNewFlag) {
-  const std::wstring missing = kztest::Wide((dir_ / "missing.lzh").string());
-  ASSERT_EQ(archiver_.InitArchive(missing.c_str(), 0, 0), 0);
-  ASSERT_EQ(archiver_.NewArchive, 1u);
-  ASSERT_EQ(Open(StubThen(9, {.level = 2, .name = "f"})), 0);
-  EXPECT_EQ(archiver_.NewArchive, 0u);
-  EXPECT_EQ(archiver_.FirstHeaderPos, 9u);
-}
-
-// ---- failures ---------------------------------------------------------------------
-
-TEST_F(OpenTest, ADirectoryExistsButCannotBeOpened) {
-  const std::wstring path = kztest::Wide(dir_.path().string());
-  const HRESULT hr = archiver_.InitArchive(path.c_str(), 0, 0);
-  EXPECT_LT(hr, 0);
-  EXPECT_NE(hr, kz::ARC_E_NOARCHIVE);
-  EXPECT_EQ(archiver_.Status, hr);
-  EXPECT_EQ(archiver_.NewArchive, 0u);
-  ASSERT_NE(archiver_.ErrorFileName, nullptr);
-  EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
-}
-
-TEST_F(OpenTest, AFailedOpenKeepsThePreviousArchivePath) {
+// A directory, a file without a header, a failing open or read: the
+// failure is the status, named after the file, the previous archive stays
+// bound and the stream is closed again.
+TEST_F(OpenTest, AFailedOpenIsRecordedAndKeepsThePreviousArchive) {
   ASSERT_EQ(Open(StubThen(0, {.level = 1, .name = "f"})), 0);
   const std::wstring before = archiver_.ArchivePath.c_str();
-  const std::wstring garbage = Write(Bytes(100, 'x'), "garbage.bin");
-  EXPECT_EQ(archiver_.InitArchive(garbage.c_str(), 0, 0), kz::ARC_E_NOARCHIVE);
-  EXPECT_EQ(std::wstring(archiver_.ArchivePath.c_str()), before);
-  EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
+  const std::wstring stubbed = Write(StubThen(5000, {.level = 1, .name = "f"}), "stubbed.lzh");
+  const struct {
+    std::wstring path;
+    uint32_t fault;
+    bool noArchive;
+  } cases[] = {{kztest::Wide(dir_.path().string()), 0, false},
+               {Write(Bytes(100, 'x'), "garbage.bin"), 0, true},
+               {stubbed, kz::fault::kOpen, false},
+               {stubbed, kz::fault::kRead, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(kztest::Narrow(c.path) + " " + std::to_string(c.fault));
+    if (c.fault) kz::fault::Arm(1, c.fault);
+    const HRESULT hr = archiver_.InitArchive(c.path.c_str(), 0, 0);
+    kz::fault::Disarm();
+    EXPECT_LT(hr, 0);
+    EXPECT_EQ(hr == kz::ARC_E_NOARCHIVE, c.noArchive);
+    EXPECT_EQ(archiver_.Status, hr);
+    EXPECT_EQ(archiver_.NewArchive, 0u);
+    ASSERT_NE(archiver_.ErrorFileName, nullptr);
+    EXPECT_EQ(std::wstring(archiver_.ArchivePath.c_str()), before);
+    EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
+  }
   EXPECT_LT(archiver_.InitArchive(nullptr, 0, 0), 0);  // the path is required
   EXPECT_LT(archiver_.InitArchive(L"", 0, 0), 0);
 }
-
-// Each stream call of the open can fail; the failure is the status, named
-// after the archive, and the stream is closed again.
-TEST_F(OpenTest, EveryFailingStreamCallIsRecorded) {
-  const std::wstring path = Write(StubThen(5000, {.level = 1, .name = "f"}));
-  for (uint32_t kind : {kz::fault::kOpen, kz::fault::kRead}) {
-    SCOPED_TRACE(kind);
-    kz::fault::Arm(1, kind);
-    const HRESULT hr = archiver_.InitArchive(path.c_str(), 0, 0);
-    kz::fault::Disarm();
-    EXPECT_LT(hr, 0);
-    EXPECT_NE(hr, kz::ARC_E_NOARCHIVE);
-    EXPECT_EQ(archiver_.Status, hr);
-    EXPECT_FALSE(archiver_.ArchiveStream.IsOpen());
-  }
-}
-
-// ---- long-path conversions ------------------------------------------------------------
 
 TEST(LongPaths, ConvertBothWays) {
   const struct {

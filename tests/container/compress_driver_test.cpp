@@ -15,8 +15,6 @@ using kztest::Bytes;
 using kztest::ProgressProbe;
 using kztest::UpdateRig;
 
-uint16_t Crc(const Bytes& b) { return kztest::Crc16(b); }
-
 class CompressDriverTest : public ::testing::Test {
  protected:
   void SetUp() override { rig_.CreateOutput(); }
@@ -54,38 +52,20 @@ TEST_F(CompressDriverTest, LevelZeroStoresAndReportsProgress) {
   EXPECT_EQ(members[0].Header.Method, 0u);
   EXPECT_EQ(members[0].Header.PackedSize, text.size());
   EXPECT_EQ(members[0].Header.OriginalSize, text.size());
-  EXPECT_EQ(members[0].Header.Crc, Crc(text));
+  EXPECT_EQ(members[0].Header.Crc, kztest::Crc16(text));
   ExpectLhasaReproduces({{"t.txt", text}});
 }
 
-TEST_F(CompressDriverTest, PackedExactlyAsLongAsTheSourceStaysPacked) {
-  const Bytes ten(10, 'a');
-  const auto src = rig_.Source("a10", ten);
-  EXPECT_EQ(rig_.Compress("a10", src), 0);
-  const auto one = rig_.Source("one", kztest::ToBytes("A"));
-  EXPECT_EQ(rig_.Compress("one", one), 0);
-  ExpectLhasaReproduces({{"a10", ten}, {"one", kztest::ToBytes("A")}});
-  const auto members = kztest::RawMembers(rig_.ArchivePath());
-  ASSERT_EQ(members.size(), 2u);
-  EXPECT_EQ(members[0].Header.Method, 5u);
-  EXPECT_EQ(members[0].Header.PackedSize, 10u);
-  EXPECT_EQ(members[1].Header.Method, 0u);
-  EXPECT_EQ(members[1].Header.PackedSize, 1u);
-}
-
-TEST_F(CompressDriverTest, HeaderCarriesTheSourceTimeAndTheCallersAttributes) {
-  const auto src = rig_.Source("dated.txt", kztest::TextBytes(5000, 3));
-  FileStream probe;
-  ASSERT_TRUE(probe.Open(kztest::Wide(src.string()).c_str(), GENERIC_READ, 3, OPEN_EXISTING, 0, 0));
-  uint16_t date = 0, time = 0;
-  ASSERT_TRUE(probe.GetDosDateTime(&date, &time));
-  probe.Close();
-  EXPECT_EQ(rig_.Compress("dated.txt", src, 0x21), 0);
-  rig_.FinishOutput();
+// Packed data longer than the source (one byte here) is stored in its place.
+// (The encoder's byte-exact tests show ten equal bytes staying packed; the
+// update tests show the source time in the header.)
+TEST_F(CompressDriverTest, PackedLongerThanTheSourceIsStored) {
+  EXPECT_EQ(rig_.Compress("one", rig_.Source("one", kztest::ToBytes("A"))), 0);
+  ExpectLhasaReproduces({{"one", kztest::ToBytes("A")}});
   const auto members = kztest::RawMembers(rig_.ArchivePath());
   ASSERT_EQ(members.size(), 1u);
-  EXPECT_EQ(members[0].Header.TimeStamp, (uint32_t{date} << 16) | time);
-  EXPECT_EQ(members[0].Header.Attributes, 0x21u);
+  EXPECT_EQ(members[0].Header.Method, 0u);
+  EXPECT_EQ(members[0].Header.PackedSize, 1u);
 }
 
 TEST_F(CompressDriverTest, UnopenableSourceWritesNothing) {

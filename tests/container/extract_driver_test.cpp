@@ -21,8 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 using kztest::Bytes;
 
-// ---- a recording host ---------------------------------------------------------------
-
 // One scripted member and the replies the host gives for it.
 struct ScriptedMember {
   std::wstring Name;
@@ -262,8 +260,6 @@ TEST(ExtractDriver, ANegativeItemDoneEndsTheLoop) {
   Calls second = host.SecondPass();
   EXPECT_EQ(second.back(), "ItemDone a");
 }
-
-// ---- round trips with jlha --------------------------------------------------------------
 
 // Method (5, 6, 7) and header level (0, 1, 2).
 class JlhaRoundTrip : public ::testing::TestWithParam<std::tuple<int, int>> {};

@@ -1,6 +1,7 @@
 // The member header writer: the bytes of a level-1 header as an independent
-// builder makes them (which the reader's tests read back), the 230-byte cut,
-// and the placeholder that the final header covers exactly.
+// builder makes them (which the reader's tests read back) and the 230-byte
+// cut. That the final header covers its placeholder shows in every round
+// trip of the compression driver.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -27,21 +28,13 @@ class HeaderWriterTest : public ::testing::Test {
 
   // Writes one header with these per-member values; returns what the file holds.
   Bytes Write(const std::wstring& name, uint32_t method, uint64_t packed, uint64_t original,
-              uint16_t crc, int32_t* result = nullptr) {
+              uint16_t crc, int32_t* result) {
     archiver_.Transfer.PackedSize = packed;
     archiver_.Transfer.OriginalSize = original;
     archiver_.Transfer.DataCrc = crc;
-    const int32_t r = archiver_.WriteMemberHeader(header_, PathString(name.c_str()), method);
-    if (result) *result = r;
-    return Contents();
-  }
-  Bytes Contents() {
+    *result = archiver_.WriteMemberHeader(header_, PathString(name.c_str()), method);
     archiver_.OutputStream.Close();
-    Bytes b = kztest::ReadFile(dir_ / "out.lzh");
-    EXPECT_TRUE(archiver_.OutputStream.Open(path_.c_str(), GENERIC_WRITE | GENERIC_READ, 1,
-                                            OPEN_EXISTING, 0, 0));
-    EXPECT_TRUE(archiver_.OutputStream.Seek(0, 2, 0));
-    return b;
+    return kztest::ReadFile(dir_ / "out.lzh");
   }
   // The caller's part of the 22 bytes: time, date, attributes.
   void SetCallerFields(uint32_t dosDateTime, uint8_t attributes) {
@@ -100,22 +93,5 @@ TEST_P(HeaderBytesTest, MatchesAnIndependentlyBuiltHeader) {
 
 INSTANTIATE_TEST_SUITE_P(Names, HeaderBytesTest, ::testing::ValuesIn(kNameCases),
                          [](const auto& info) { return std::string(info.param.Label); });
-
-// The placeholder (method 0, sizes and CRC 0) and the final header have the
-// same length, so rewriting in place leaves the data behind untouched.
-TEST_F(HeaderWriterTest, FinalHeaderCoversThePlaceholderExactly) {
-  SetCallerFields(kztest::DosTime(2020, 1, 2), 0x20);
-  const Bytes placeholder = Write(L"docs\\readme.txt", 0, 0, 0, 0);
-  ASSERT_EQ(placeholder.size(), 15u + 27u);
-  EXPECT_EQ(std::string(placeholder.begin() + 2, placeholder.begin() + 7), "-lh0-");
-  const Bytes data = kztest::ToBytes("packed data");
-  uint32_t n = 0;
-  ASSERT_TRUE(archiver_.OutputStream.Write(data.data(), static_cast<uint32_t>(data.size()), &n, 0));
-  ASSERT_TRUE(archiver_.OutputStream.Seek(0, 0, 0));
-  const Bytes final = Write(L"docs\\readme.txt", 5, data.size(), 4000, 0x1234);
-  ASSERT_EQ(final.size(), placeholder.size() + data.size());
-  EXPECT_EQ(std::string(final.begin() + 2, final.begin() + 7), "-lh5-");
-  EXPECT_EQ(Bytes(final.begin() + static_cast<std::ptrdiff_t>(placeholder.size()), final.end()), data);
-}
 
 }  // namespace

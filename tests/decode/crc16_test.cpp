@@ -2,40 +2,25 @@
 
 #include <gtest/gtest.h>
 
-#include "decode/decode_harness.h"
+#include <string>
+
 #include "support/test_support.h"
 
 namespace {
 
-using kztest::Bytes;
-
-struct CrcVector {
-  const char* Text;
-  uint16_t Expected;
-};
-
-class Crc16Vectors : public ::testing::TestWithParam<CrcVector> {};
-
-TEST_P(Crc16Vectors, FromZero) {
-  const std::string s = GetParam().Text;
-  EXPECT_EQ(kz::UpdateCrc16(0, reinterpret_cast<const uint8_t*>(s.data()), static_cast<int32_t>(s.size())),
-            GetParam().Expected);
-}
-
-// 17 bytes: two 8-byte folds and a tail.
-INSTANTIATE_TEST_SUITE_P(Known, Crc16Vectors,
-                         ::testing::Values(CrcVector{"123456789", 0xBB3D}, CrcVector{"abc", 0x9738},
-                                           CrcVector{"", 0x0000}, CrcVector{"a", 0xE8C1},
-                                           CrcVector{"12345678912345678", 0xBA54}));
-
-TEST(Crc16, TableEntriesAndEmptyOrNegativeLengths) {
+TEST(Crc16, KnownVectorsAndTableEntries) {
+  // "12345678912345678": two 8-byte folds and a tail.
+  const std::pair<std::string, uint16_t> vectors[] = {
+      {"123456789", 0xBB3D}, {"abc", 0x9738}, {"", 0x0000}, {"a", 0xE8C1}, {"12345678912345678", 0xBA54}};
+  for (const auto& [text, crc] : vectors)
+    EXPECT_EQ(kz::UpdateCrc16(0, reinterpret_cast<const uint8_t*>(text.data()), static_cast<int32_t>(text.size())),
+              crc)
+        << text;
   kz::BuildCrc16Table();
-  EXPECT_EQ(kz::Crc16Table[0], 0x0000);
   EXPECT_EQ(kz::Crc16Table[1], 0xC0C1);
   EXPECT_EQ(kz::Crc16Table[128], 0xA001);
   EXPECT_EQ(kz::Crc16Table[255], 0x4040);
   const uint8_t byte = 0x55;
-  EXPECT_EQ(kz::UpdateCrc16(0x1234, &byte, 0), 0x1234);
   EXPECT_EQ(kz::UpdateCrc16(0x1234, &byte, -5), 0x1234);
   EXPECT_EQ(kz::UpdateCrc16(0x1234, nullptr, 0), 0x1234);
 }
@@ -44,7 +29,7 @@ TEST(Crc16, TableEntriesAndEmptyOrNegativeLengths) {
 // value, for every length and alignment around the fold's edges.
 TEST(Crc16, AgreesWithBytewiseTableAtEveryLengthAndAlignment) {
   kz::BuildCrc16Table();
-  Bytes data = kztest::RandomBytes(300, 7);
+  const kztest::Bytes data = kztest::RandomBytes(300, 7);
   for (size_t offset = 0; offset < 9; ++offset) {
     for (size_t length = 0; length + offset <= data.size(); length += (length < 40 ? 1 : 13)) {
       uint16_t expected = 0x5AA5;

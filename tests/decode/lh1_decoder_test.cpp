@@ -21,14 +21,6 @@ TEST(Lh1Decoder, WorkedStreams) {
   ExpectDecodes(1, {0x8E, 0x00, 0x02, 0x00}, kztest::ToBytes("     x"));  // a match from the initial spaces
 }
 
-TEST(Lh1Decoder, OriginalSizeZeroReadsAndWritesNothing) {
-  DecodeHarness h;
-  kztest::ReadCounter reads;
-  EXPECT_EQ(h.Decode({.Method = 1, .Packed = Bytes(100, 0x33), .OriginalSize = 0, .Crc = 0}), 0);
-  EXPECT_EQ(reads.Reads(), 0u);
-  EXPECT_TRUE(h.Blocks().empty());
-}
-
 // A full block is written when the byte after it arrives, so 4096 bytes
 // leave as one block at the end and 4097 as 4096 + 1.
 TEST(Lh1Decoder, OutputLeavesIn4096ByteBlocksWhenTheNextByteArrives) {
@@ -79,14 +71,6 @@ TEST(Lh1Decoder, HistoryBeforeTheFirstByteIsSpaces) {
   }
 }
 
-// The root reaches 0x8000 after 32768 - 314 counted symbols; the rebuild
-// halves every count, and decoding goes on in step with the encoder.
-TEST(Lh1Decoder, TreeRebuildsKeepDecodingInStep) {
-  Bytes data = kztest::TextBytes(150000, 12);
-  for (size_t i = 0; i < data.size(); i += 97) data[i] = static_cast<uint8_t>(i * 7);
-  ExpectDecodes(1, kztest::EncodeLh1(data), data);
-}
-
 TEST(Lh1Decoder, ReadsPastThePackedSizeAndChunksAt8000Bytes) {
   // The reader is bounded by the original size only: it reads the bytes
   // after the member's data as they are, one 8000-byte chunk at a time.
@@ -98,22 +82,6 @@ TEST(Lh1Decoder, ReadsPastThePackedSizeAndChunksAt8000Bytes) {
   EXPECT_EQ(h.Decode({.Method = 1, .Packed = packed, .OriginalSize = data.size(), .PackedSize = 1}, data), 0);
   EXPECT_TRUE(h.Output() == data);
   EXPECT_EQ(reads.Reads(), (packed.size() + 7999) / 8000);
-}
-
-TEST(Lh1Decoder, AFailedReadStopsWithoutWritingTheStagedBytes) {
-  Bytes data = kztest::RandomBytes(30000, 4);
-  DecodeHarness h;
-  kz::fault::Arm(2, kz::fault::kRead);
-  HRESULT hr = h.Decode({.Method = 1, .Packed = kztest::EncodeLh1(data), .OriginalSize = data.size()}, data);
-  kz::fault::Disarm();
-  EXPECT_LT(hr, 0);
-  EXPECT_NE(hr, kz::E_Crc);
-  // The read of the second chunk fails near byte 8000 of the packed data;
-  // only whole blocks decoded before it were written.
-  for (size_t n : h.BlockSizes()) EXPECT_EQ(n, 4096u);
-  Bytes got = h.Output();
-  EXPECT_TRUE(std::equal(got.begin(), got.end(), data.begin()));
-  EXPECT_LT(got.size(), 8200u);
 }
 
 }  // namespace

@@ -27,8 +27,6 @@ struct Method {
 
 const Method kLh5{5, 8192, 14, 4}, kLh6{6, 32768, 16, 5}, kLh7{7, 65536, 17, 5};
 
-// ---- streams of known content --------------------------------------------------------
-
 struct Stream {
   uint32_t Method;
   Bytes Packed, Expected;
@@ -40,18 +38,6 @@ Stream Block(const std::function<void(BitWriter&, BlockWriter&)>& write, Bytes e
   BlockWriter b(w, 14, 4);
   write(w, b);
   return {5, w.Finish(), std::move(expected)};
-}
-
-Stream BlockOfTokens(const std::vector<uint8_t>& charLengths, const std::vector<uint8_t>& posLengths,
-                     const std::vector<Token>& tokens, const Method& m = kLh5) {
-  BitWriter w;
-  BlockWriter b(w, m.NP, m.PBIT);
-  b.BlockSize(static_cast<uint32_t>(tokens.size()));
-  b.LengthCode(kztest::DefaultLengthCode());
-  b.CharLengths(charLengths);
-  b.PositionLengths(posLengths);
-  b.Tokens(tokens);
-  return {m.Number, w.Finish(), ExpandTokens(tokens)};
 }
 
 struct StreamCase {
@@ -67,9 +53,9 @@ TEST_P(StaticDecoderStream, DecodesToItsBytes) {
 }
 
 const StreamCase kStreams[] = {
-    {"WorkedSingleSymbolCodes", [] { return Stream{5, {0x00, 0x03, 0x00, 0x00, 0x04, 0x10}, kztest::ToBytes("AAA")}; }},
     {"WorkedCodeLengthCodeAndMatch",
      [] { return Stream{5, {0x00, 0x03, 0x20, 0x04, 0x30, 0x10, 0xB6, 0x55, 0x40, 0x10, 0x10}, kztest::ToBytes("AAAAA")}; }},
+    // The worked single-symbol stream is in BytesPastThePackedSizeReadAsZeroBits.
     {"Lh4GoesToTheLh5Decoder", [] { return Stream{4, {0x00, 0x03, 0x00, 0x00, 0x04, 0x10}, kztest::ToBytes("AAA")}; }},
     {"Lh4DistancesAbove4096",  // the lh5 window serves -lh4- too
      [] {
@@ -132,53 +118,10 @@ const StreamCase kStreams[] = {
          w.Put(0b0001101111100100, 16);
        }, {2, 3, 4, 5, 5, 4, 3, 2});
      }},
-    // 480 symbols of 16 bits fill 30 entries of the 12-bit table; the rest
-    // goes to lengths 1..7 and 11: long codes walk the trees below it.
-    {"CodesLongerThanTheTableWalkTheTrees",
-     [] {
-       std::vector<uint8_t> lengths(510, 0);
-       uint32_t sym = 0;
-       for (uint32_t l : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 11u}) lengths[sym++ * 37 % 256] = static_cast<uint8_t>(l);
-       for (uint32_t s = 256; s < 510 && sym < 8 + 480; ++s, ++sym) lengths[s] = 16;
-       for (uint32_t s = 0; s < 256 && sym < 8 + 480; ++s)
-         if (lengths[s] == 0) lengths[s] = 16, ++sym;
-       std::vector<Token> tokens;
-       std::mt19937 rng(5);
-       for (int i = 0; i < 20000; ++i) {
-         uint32_t s = rng() % 510;
-         while (lengths[s] == 0) s = (s + 1) % 510;
-         tokens.push_back(Token{static_cast<uint16_t>(s), s < 256 ? 0 : static_cast<uint32_t>(1 + rng() % 4000)});
-       }
-       return BlockOfTokens(lengths, kztest::FlatLengths(13), tokens);
-     }},
-    // Position lengths up to 16 bits, beyond the 8-bit table.
-    {"LongPositionCodesWalkTheAuxiliaryTree",
-     [] {
-       std::vector<Token> tokens;
-       for (int i = 0; i < 300; ++i) tokens.push_back(Literal(static_cast<uint8_t>(i)));
-       std::mt19937 rng(8);
-       for (int i = 0; i < 3000; ++i) {
-         uint32_t j = rng() % 17;
-         uint32_t d = j == 0 ? 1 : (1u << (j - 1)) + 1 + rng() % (1u << (j - 1));
-         tokens.push_back(Match(3 + rng() % 30, std::min<uint32_t>(d, 65536)));
-       }
-       std::vector<uint32_t> counts(510, 0);
-       for (auto& t : tokens) ++counts[t.Symbol];
-       return BlockOfTokens(kztest::LengthsFor(counts), {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 16}, tokens, kLh7);
-     }},
 };
 
 INSTANTIATE_TEST_SUITE_P(Streams, StaticDecoderStream, ::testing::ValuesIn(kStreams),
                          [](const auto& info) { return std::string(info.param.Name); });
-
-// ---- sizes and the bit input ----------------------------------------------------
-
-TEST(StaticDecoder, OriginalSizeZeroWritesNothingButTakesThePrimingBytes) {
-  DecodeHarness h;
-  EXPECT_EQ(h.Decode({.Method = 5, .Packed = Bytes(10, 0x5A), .OriginalSize = 0, .Crc = 0}), 0);
-  EXPECT_TRUE(h.Blocks().empty());
-  EXPECT_EQ(h.Archiver().Transfer.PackedSize, 8u);  // two of ten bytes taken
-}
 
 TEST(StaticDecoder, PackedSizeZeroDecodesToZeroBytesWithoutReading) {
   DecodeHarness h;
@@ -208,36 +151,6 @@ TEST(StaticDecoder, BytesPastThePackedSizeReadAsZeroBits) {
             0);
   EXPECT_TRUE(h.Output() == Bytes(5, 0));
 }
-
-// 8-bit literal codes after a 43-bit block head: 7992 literals end at bit
-// 63979, and a 16-bit reader then holds bytes 0..7999; one literal more and
-// it takes byte 8000, the first of the second chunk. The packed size left
-// is charged as a 16-bit reader would.
-TEST(StaticDecoder, ReadsTheNextChunkOnlyWhenItsFirstByteIsDue) {
-  for (uint32_t literals : {7992u, 7993u}) {
-    std::vector<Token> tokens;
-    for (uint32_t i = 0; i < literals; ++i) tokens.push_back(Literal(static_cast<uint8_t>(i * 31 + i / 256)));
-    BitWriter w;
-    BlockWriter b(w, 14, 4);
-    b.BlockSize(literals);
-    b.SingleLengthCode(10);  // every character length is 8, sent with no bits
-    w.Put(256, 9);
-    b.SinglePositionCode(0);
-    ASSERT_EQ(w.BitCount(), 43u);
-    for (const Token& t : tokens) w.Put(t.Symbol, 8);  // canonical 8-bit codes are the values
-    Bytes packed = w.Finish();
-    packed.resize(9000, 0);
-    Bytes expected = ExpandTokens(tokens);
-    DecodeHarness h;
-    kztest::ReadCounter reads;
-    EXPECT_EQ(h.Decode({.Method = 5, .Packed = packed, .OriginalSize = expected.size()}, expected), 0);
-    EXPECT_TRUE(h.Output() == expected);
-    EXPECT_EQ(reads.Reads(), literals == 7992 ? 1u : 2u);
-    EXPECT_EQ(h.Archiver().Transfer.PackedSize, 9000u - (literals == 7992 ? 8000u : 8001u));
-  }
-}
-
-// ---- refused tables ---------------------------------------------------------------
 
 // Writes a block head up to the point where a case puts its bad field.
 struct BadTable {
@@ -281,6 +194,18 @@ const BadTable kBadTables[] = {
      [](BitWriter& w, BlockWriter& b) { GoodLengthCode(w, b); b.CharLengths({1, 1, 1, 1}); }},
     {"CharCountAbove510", [](BitWriter& w, BlockWriter& b) { GoodLengthCode(w, b); w.Put(511, 9); }},
     {"CharSingleSymbol510", [](BitWriter& w, BlockWriter& b) { GoodLengthCode(w, b); b.SingleCharCode(510); }},
+    // 500 zero lengths, then a run of 20 more: the write would pass entry 510.
+    {"ZeroRunPastTheCharacterTable",
+     [](BitWriter& w, BlockWriter& b) {
+       GoodLengthCode(w, b);
+       const std::vector<uint32_t> codes = kztest::CanonicalCodes(kztest::DefaultLengthCode());
+       const uint32_t zeroRun = codes[2], bits = kztest::DefaultLengthCode()[2];
+       w.Put(510, 9);
+       w.Put(zeroRun, bits);
+       w.Put(500 - 20, 9);
+       w.Put(zeroRun, bits);
+       w.Put(0, 9);
+     }},
     {"CharCodeWithNoLengths",
      [](BitWriter& w, BlockWriter& b) { GoodLengthCode(w, b); b.CharLengths(std::vector<uint8_t>(40, 0)); }},
     {"IncompletePositionCode", [](BitWriter& w, BlockWriter& b) { GoodCharCode(w, b); b.PositionLengths({2, 2}); }},
@@ -294,24 +219,6 @@ const BadTable kBadTables[] = {
 
 INSTANTIATE_TEST_SUITE_P(Tables, StaticDecoderRefuses, ::testing::ValuesIn(kBadTables),
                          [](const auto& info) { return std::string(info.param.Name); });
-
-TEST(StaticDecoder, RefusesAZeroRunPastTheCharacterTable) {
-  // 500 zero lengths, then a run of 20 more: the write would pass entry 510.
-  BitWriter w;
-  BlockWriter b(w, 14, 4);
-  b.BlockSize(1);
-  b.LengthCode(kztest::DefaultLengthCode());
-  std::vector<uint32_t> codes = kztest::CanonicalCodes(kztest::DefaultLengthCode());
-  std::vector<uint8_t> lens = kztest::DefaultLengthCode();
-  w.Put(510, 9);
-  w.Put(codes[2], lens[2]);
-  w.Put(500 - 20, 9);
-  w.Put(codes[2], lens[2]);
-  w.Put(0, 9);  // 20 more
-  DecodeHarness h;
-  EXPECT_EQ(h.Decode({.Method = 5, .Packed = w.Finish(), .OriginalSize = 1, .Crc = 0}), kz::ARC_E_BADTABLE);
-  EXPECT_TRUE(h.Blocks().empty());
-}
 
 TEST(StaticDecoder, AFailedTableInALaterBlockKeepsTheBlocksAlreadyWritten) {
   // Block 1: 8192 'x' via single-symbol codes (one whole window out);
@@ -330,8 +237,6 @@ TEST(StaticDecoder, AFailedTableInALaterBlockKeepsTheBlocksAlreadyWritten) {
   EXPECT_EQ(h.Decode({.Method = 5, .Packed = w.Finish(), .OriginalSize = 9000, .Crc = 0}), kz::ARC_E_BADTABLE);
   EXPECT_EQ(h.BlockSizes(), std::vector<size_t>{8192});
 }
-
-// ---- the window -----------------------------------------------------------------
 
 class StaticDecoderWindow : public ::testing::TestWithParam<Method> {};
 
@@ -411,33 +316,5 @@ TEST_P(StaticDecoderWindow, AFailedWriteStopsTheDecoding) {
 
 INSTANTIATE_TEST_SUITE_P(Methods, StaticDecoderWindow, ::testing::Values(kLh5, kLh6, kLh7),
                          [](const auto& info) { return "lh" + std::to_string(info.param.Number); });
-
-// ---- failures from the reader and the data -------------------------------------------
-
-TEST(StaticDecoder, AFailedChunkReadStopsAfterTheNextSymbol) {
-  // Random literals and a few short matches: about a byte of packed data
-  // per byte of output.
-  std::mt19937 rng(23);
-  std::vector<Token> tokens;
-  for (int i = 0; i < 30000; ++i)
-    tokens.push_back(i % 8 == 7 ? Match(3 + rng() % 5, 1 + rng() % 100) : Literal(static_cast<uint8_t>(rng())));
-  Bytes expected = ExpandTokens(tokens);
-  Bytes packed = kztest::EncodeStatic(tokens, 14, 4);
-  ASSERT_GT(packed.size(), 16000u);
-  DecodeHarness h;
-  kz::fault::Arm(2, kz::fault::kRead);
-  HRESULT hr = h.Decode({.Method = 5, .Packed = packed, .OriginalSize = expected.size()}, expected);
-  kz::fault::Disarm();
-  EXPECT_LT(hr, 0);
-  EXPECT_NE(hr, kz::E_Crc);  // no CRC error on top of the read failure
-  EXPECT_EQ(std::wstring(h.Archiver().ErrorFileName), h.ArchiveName());
-  // Blocks before the failure are whole and right (the last one may hold a
-  // match decoded from the failed chunk, as it would with any reader).
-  ASSERT_FALSE(h.Blocks().empty());
-  Bytes got = h.Output();
-  EXPECT_LT(got.size(), expected.size());
-  size_t good = got.size() - h.Blocks().back().size();
-  EXPECT_TRUE(std::equal(got.begin(), got.begin() + static_cast<ptrdiff_t>(good), expected.begin()));
-}
 
 }  // namespace
