@@ -152,6 +152,34 @@ TEST(StaticDecoder, BytesPastThePackedSizeReadAsZeroBits) {
   EXPECT_TRUE(h.Output() == Bytes(5, 0));
 }
 
+// 8-bit literal codes after a 43-bit block head: 7992 literals end at bit
+// 63979, and a 16-bit reader then holds bytes 0..7999; one literal more and
+// it takes byte 8000, the first of the second chunk. The packed size left
+// is charged as a 16-bit reader would.
+TEST(StaticDecoder, ReadsTheNextChunkOnlyWhenItsFirstByteIsDue) {
+  for (uint32_t literals : {7992u, 7993u}) {
+    std::vector<Token> tokens;
+    for (uint32_t i = 0; i < literals; ++i) tokens.push_back(Literal(static_cast<uint8_t>(i * 31 + i / 256)));
+    BitWriter w;
+    BlockWriter b(w, 14, 4);
+    b.BlockSize(literals);
+    b.SingleLengthCode(10);  // every character length is 8, sent with no bits
+    w.Put(256, 9);
+    b.SinglePositionCode(0);
+    ASSERT_EQ(w.BitCount(), 43u);
+    for (const Token& t : tokens) w.Put(t.Symbol, 8);  // canonical 8-bit codes are the values
+    Bytes packed = w.Finish();
+    packed.resize(9000, 0);
+    Bytes expected = ExpandTokens(tokens);
+    DecodeHarness h;
+    kztest::ReadCounter reads;
+    EXPECT_EQ(h.Decode({.Method = 5, .Packed = packed, .OriginalSize = expected.size()}, expected), 0);
+    EXPECT_TRUE(h.Output() == expected);
+    EXPECT_EQ(reads.Reads(), literals == 7992 ? 1u : 2u);
+    EXPECT_EQ(h.Archiver().Transfer.PackedSize, 9000u - (literals == 7992 ? 8000u : 8001u));
+  }
+}
+
 // Writes a block head up to the point where a case puts its bad field.
 struct BadTable {
   const char* Name;
