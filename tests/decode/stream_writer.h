@@ -15,6 +15,7 @@ class BitWriter {
  public:
   // The low `bits` bits of value, most significant first (bits <= 32).
   void Put(uint32_t value, uint32_t bits);
+  uint64_t BitCount() const { return bits_; }
   // The stream, its last byte filled up with zero bits.
   Bytes Finish() const { return out_; }
 
