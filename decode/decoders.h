@@ -154,7 +154,7 @@ class KzLha1Decoder final : public KzDecompressor {
   void InitTree();
   uint32_t DecodeSymbol(Lh1BitInput& in);
   uint32_t DecodeOffset(Lh1BitInput& in);
-  void UpdateTree(const uint16_t* path, uint32_t depth);
+  void UpdateTree(uint32_t leaf);
   void IncrementFrom(uint32_t c);
   uint32_t Exchange(uint32_t c, uint32_t k);
   void RebuildTree();

@@ -21,7 +21,10 @@ namespace {
 constexpr uint32_t kRingBytes = 2 * KzLha1Decoder::N;  // history + the block being filled
 constexpr uint32_t kBlockBytes = KzLha1Decoder::N;
 constexpr uint32_t kInitialSpaces = KzLha1Decoder::N - KzLha1Decoder::F;  // 4036
-constexpr uint32_t kCopyOverrun = 64;
+constexpr uint32_t kMaxMatchBytes = 64;  // the longest match (60) in whole 16-byte moves
+// A move may start anywhere in the ring, and reads or writes 64 bytes.
+constexpr uint32_t kCopyOverrun = kMaxMatchBytes;
+static_assert(KzLha1Decoder::F <= kMaxMatchBytes);
 
 static_assert(kRingBytes + kCopyOverrun <= kDictionaryBytes);
 
@@ -121,26 +124,33 @@ void KzLha1Decoder::SetAllGrand() {
 }
 
 void KzLha1Decoder::RebuildTree() {
-  // 1. Gather the leaves, halving their counts.
-  uint32_t j = 0;
+  // 1. Gather the leaves, halving their counts; they stay in count order.
+  uint32_t leafFreq[N_CHAR];
+  int32_t leafChild[N_CHAR];
+  uint32_t leaves = 0;
   for (uint32_t i = 0; i < T; ++i) {
     if (NodeChild[i] >= static_cast<int32_t>(T)) {
-      NodeFreq[j] = (NodeFreq[i] + 1) / 2;
-      NodeChild[j] = NodeChild[i];
-      ++j;
+      leafFreq[leaves] = (NodeFreq[i] + 1) / 2;
+      leafChild[leaves] = NodeChild[i];
+      ++leaves;
     }
   }
-  // 2. Join pairs, each inner node placed after every node of its count or less.
-  for (uint32_t i = 0, node = N_CHAR; node < T; i += 2, ++node) {
-    uint32_t f = NodeFreq[i] + NodeFreq[i + 1];
-    NodeFreq[node] = f;
-    uint32_t k = node - 1;
-    while (f < NodeFreq[k]) --k;
-    ++k;
-    std::memmove(&NodeFreq[k + 1], &NodeFreq[k], (node - k) * sizeof(NodeFreq[0]));
-    std::memmove(&NodeChild[k + 1], &NodeChild[k], (node - k) * sizeof(NodeChild[0]));
-    NodeFreq[k] = f;
-    NodeChild[k] = static_cast<int32_t>(i);
+  // 2. Join pairs, each inner node placed after every node of its count or
+  // less. Pairs are joined in order, so inner counts never decrease and
+  // each lands past its own children: the array is a merge of the leaves
+  // and the inner nodes, a leaf first on equal counts.
+  uint32_t innerFreq[N_CHAR - 1];
+  uint32_t made = 0, placedLeaves = 0, placedInner = 0;
+  for (uint32_t p = 0; p < T; ++p) {
+    for (; 2 * made + 1 < p; ++made) innerFreq[made] = NodeFreq[2 * made] + NodeFreq[2 * made + 1];
+    if (placedLeaves < N_CHAR &&
+        (placedInner == made || leafFreq[placedLeaves] <= innerFreq[placedInner])) {
+      NodeFreq[p] = leafFreq[placedLeaves];
+      NodeChild[p] = leafChild[placedLeaves++];
+    } else {
+      NodeFreq[p] = innerFreq[placedInner];
+      NodeChild[p] = static_cast<int32_t>(2 * placedInner++);
+    }
   }
   // 3. Parents from children.
   for (uint32_t i = 0; i < T; ++i) {
@@ -186,46 +196,33 @@ uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
   return l;
 }
 
-// The walk down already named every node above the symbol: counting along
-// that path spares a dependent parent load per level, and holds until the
-// first exchange moves a subtree.
-[[gnu::always_inline]] inline void KzLha1Decoder::UpdateTree(const uint16_t* path, uint32_t depth) {
+// The format's update after the symbol at position `leaf`: counts from the
+// leaf up, halving every count first once the root's reaches MAX_FREQ.
+void KzLha1Decoder::UpdateTree(uint32_t leaf) {
   if (NodeFreq[R] == MAX_FREQ) {
-    const uint32_t symbol = static_cast<uint32_t>(NodeChild[path[depth - 1]]) - T;
+    const uint32_t symbol = static_cast<uint32_t>(NodeChild[leaf]) - T;
     RebuildTree();
-    IncrementFrom(static_cast<uint32_t>(NodeParent[symbol + T]));
-    return;
+    leaf = static_cast<uint32_t>(NodeParent[symbol + T]);
   }
-  for (uint32_t d = depth; d-- > 0;) {
-    const uint32_t c = path[d];
-    const uint32_t k = ++NodeFreq[c];
-    if (k > NodeFreq[c + 1]) [[unlikely]] {
-      const uint32_t above = static_cast<uint32_t>(NodeParent[Exchange(c, k)]);
-      if (above != 0) IncrementFrom(above);
-      return;
-    }
-  }
+  IncrementFrom(leaf);
 }
 
 [[gnu::always_inline]] inline uint32_t KzLha1Decoder::DecodeSymbol(Lh1BitInput& in) {
-  // Every walk visits distinct nodes, so the path fits in T entries.
-  uint16_t path[T];
-  uint32_t depth = 0;
   uint32_t node = R;
   uint32_t c = static_cast<uint32_t>(NodeChild[R]);
-  path[depth++] = static_cast<uint16_t>(node);
   // The walk counts each node it passes, root first, and notes whether any
-  // count would move its node. Counting leaf first, as the format does, a
-  // node is compared with its right neighbour before that neighbour is
-  // counted; the neighbour can only be on the path as the node's parent,
-  // which the walk has counted already, so that one count comes off.
+  // count would move its node, that is, pass its right neighbour's. Counting
+  // leaf first, as the format does, a node is compared with that neighbour
+  // before the neighbour is counted; the neighbour can only be on the path
+  // as the node's parent, whose count is the node's plus at least 1 (every
+  // count is), so neither order moves a node past its parent.
   // Most symbols move nothing and need no second pass; the others undo the
   // walk's counts and take the format's own update.
   bool moves = NodeFreq[R] == MAX_FREQ;
   ++NodeFreq[R];
-  auto count = [&](uint32_t v, uint32_t parent) {
+  auto count = [&](uint32_t v) {
     const uint32_t k = ++NodeFreq[v];
-    moves |= k > NodeFreq[v + 1] - (v + 1 == parent);
+    moves |= k > NodeFreq[v + 1];
   };
   // The reader's bits stay in registers for the walk: through the reader
   // they would make a round trip through memory at every level.
@@ -249,8 +246,7 @@ uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
         c = Grand[node][bits >> 63];
         bits <<= 1;
         --have;
-        path[depth++] = static_cast<uint16_t>(m);
-        count(m, node);
+        count(m);
         node = m;
         if (c >= T) break;
         continue;
@@ -260,11 +256,11 @@ uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
     const uint32_t b2 = static_cast<uint32_t>(bits >> 62) & 1;
     const uint32_t m = c + b1;
     const uint32_t g = Grand[node][b1];
-    path[depth++] = static_cast<uint16_t>(m);
-    count(m, node);
+    count(m);
     if (g >= T) {
       bits <<= 1;
       --have;
+      node = m;
       c = g;
       break;
     }
@@ -272,15 +268,16 @@ uint32_t KzLha1Decoder::Exchange(uint32_t c, uint32_t k) {
     c = Grand[m][b2];
     bits <<= 2;
     have -= 2;
-    path[depth++] = static_cast<uint16_t>(node);
-    count(node, m);
+    count(node);
     if (c >= T) break;
   }
   in.Bits = bits;
   in.Count = have;
+  // `node` is the leaf's position.
   if (moves) [[unlikely]] {
-    for (uint32_t d = 0; d < depth; ++d) --NodeFreq[path[d]];
-    UpdateTree(path, depth);
+    for (uint32_t n = node; n != R; n = static_cast<uint32_t>(NodeParent[n])) --NodeFreq[n];
+    --NodeFreq[R];
+    UpdateTree(node);
   }
   return c - T;
 }
@@ -311,18 +308,36 @@ void KzLha1Decoder::FlushBlock(uint32_t start, uint32_t count) {
 }
 
 // Copies `length` bytes from `distance` back to output position `pos`.
-void KzLha1Decoder::CopyMatch(uint32_t pos, uint32_t distance, uint32_t length) {
-  uint32_t at = pos & (kRingBytes - 1);
-  uint8_t* dst = Ring + at;
-  if (distance > at) {
-    // The source wraps around the ring's start; the destination cannot.
-    uint32_t from = at - distance;  // modulo 2^32, masked below
-    for (uint32_t k = 0; k < length; ++k) dst[k] = Ring[(from + k) & (kRingBytes - 1)];
+// Moves are whole, 64 bytes where a match may need them: the ring's slack
+// and the ring slots just ahead of the output take what lands past the
+// match. Those slots hold output long since written out and beyond the
+// history's reach, and are written again before anything reads them.
+[[gnu::always_inline]] inline void KzLha1Decoder::CopyMatch(uint32_t pos, uint32_t distance,
+                                                           uint32_t length) {
+  auto move64 = [](uint8_t* to, const uint8_t* from) {
+    for (uint32_t k = 0; k < kMaxMatchBytes; k += 16) std::memcpy(to + k, from + k, 16);
+  };
+  const uint32_t at = pos & (kRingBytes - 1);
+  uint8_t* const dst = Ring + at;
+  if (distance > at) [[unlikely]] {
+    // The source starts near the ring's end and may run on from its start;
+    // the destination, near the start, cannot wrap.
+    const uint32_t from = at + kRingBytes - distance;
+    const uint32_t tail = kRingBytes - from;
+    move64(dst, Ring + from);
+    if (length > tail) CopyMatchBytes(dst + tail, distance, length - tail);
     return;
   }
-  CopyMatchBytes(dst, distance, length);
+  if (distance >= 16) {
+    move64(dst, dst - distance);
+  } else if (distance == 1) {
+    const uint64_t run = dst[-1] * 0x0101010101010101u;
+    for (uint32_t k = 0; k < kMaxMatchBytes; k += 8) std::memcpy(dst + k, &run, 8);
+  } else {
+    CopyMatchBytes(dst, distance, length);
+  }
   // Bytes written past the ring's end belong at its start.
-  if (at + length > kRingBytes) std::memcpy(Ring, Ring + kRingBytes, at + length - kRingBytes);
+  if (at + length > kRingBytes) move64(Ring, Ring + kRingBytes);
 }
 
 void KzLha1Decoder::Decode() {
