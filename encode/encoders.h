@@ -151,6 +151,9 @@ class EncoderBase : public KzCompressor {
   uint32_t LiteralChainLimit = 16;
   uint32_t MatchChainLimit = 32;
   uint32_t HashValue = 0;
+  // Positions below it whose three-byte groups' buckets are crowded, as the
+  // last pass over them found; 0 when none are known.
+  uint32_t CrowdedEnd = 0;
   int32_t MatchLen = 0;
   int32_t PrevMatchLen = 0;
   uint32_t MatchPos = 0;

@@ -87,6 +87,7 @@ void EncoderCore<P>::SearchLoop() {
   std::memset(HashHead, 0, P.HashBuckets * sizeof(HeadEntry));
   std::memset(HashPrev, 0, kDict * sizeof(LinkEntry));
   std::memset(Crowded, 0, P.HashBuckets);
+  CrowdedEnd = 0;
   // 2. The first fill. The look-ahead past it is cleared so that a member's
   // codes never depend on what an earlier member left in the buffer.
   Remaining = static_cast<int32_t>(ReadInput(Text, 2 * kDict));
@@ -187,10 +188,20 @@ void EncoderCore<P>::FindMatch() {
   uint32_t off = 0;
   uint32_t h = HashValue;
   // 2. Pass over buckets whose last walk was cut, to a later three-byte group.
+  // An earlier search may have passed over this position's groups already:
+  // those up to CrowdedEnd are still crowded, so the pass resumes there.
+  // A group's hash depends on its three bytes alone.
+  static_assert(3 * P.HashShift >= std::bit_width(P.HashBuckets - 1));
+  if (pos < CrowdedEnd) {
+    off = CrowdedEnd - pos;
+    h = ((uint32_t{here[off]} << 2 * P.HashShift) ^ (uint32_t{here[off + 1]} << P.HashShift) ^
+         here[off + 2]) & kMask;
+  }
   while (crowded[h] != 0 && off < MaxMatch - MinMatch) {
     ++off;
     h = ((h << P.HashShift) ^ here[2 + off]) & kMask;
   }
+  CrowdedEnd = pos + off;
   if (off == MaxMatch - MinMatch) off = 0;
   for (;;) {
     // 3.
@@ -254,8 +265,11 @@ void EncoderCore<P>::FindMatch() {
       }
       s -= entry >> 16;
     }
-    // 5.
-    if (mark != 2) crowded[h] = mark;
+    // 5. A bucket no longer crowded may lie among those passed over.
+    if (mark != 2) {
+      if (mark == 0 && crowded[h] != 0) CrowdedEnd = 0;
+      crowded[h] = mark;
+    }
     // 6. A match found through a later group must beat what the position's
     // own chain offers at that length.
     if (matchLen > static_cast<int32_t>(off) + 2 || off == 0) break;
@@ -281,8 +295,9 @@ void EncoderCore<P>::Slide() {
   Remaining += static_cast<int32_t>(ReadInput(Text + kDict, kDict));
   // 3. A failure or a stop ends the search after the step in progress.
   if (Owner->Status < 0) Remaining = 1;
-  // 4.
+  // 4. The groups passed over move, and bytes beyond the old fill change.
   Pos -= kDict;
+  CrowdedEnd = 0;
   // 5. Positions that fall out of the window leave their chains: heads at
   // once, links when a walk finds them at or below 0.
   HeadEntry* const heads = Heads();

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
+#include <random>
 
 #include "encode/encoder_rig.h"
 
@@ -11,6 +13,8 @@ namespace {
 using kz::BlockCode;
 using kz::Lit;
 using kz::Match;
+using kz::MaxMatch;
+using kz::MinMatch;
 using kztest::Bytes;
 using kztest::EncoderRig;
 using kztest::Method;
@@ -165,5 +169,151 @@ TEST(ChainLimitTest, CandidatesExaminedAtLevelOne) {
   EXPECT_FALSE(ProbeReachedOldest(1, 18, true));
   EXPECT_TRUE(ProbeReachedOldest(2, 18, true));
 }
+
+// The search as plainly as it can be written: full positions in the
+// tables, a byte test before each comparison, a fresh pass over crowded
+// buckets at every search. The encoder keeps compact tables and skips work
+// it can prove needless; its codes must be these, for any source.
+struct PlainSearch {
+  uint32_t Dict, Mask, Shift, LiteralLimit, MatchLimit;
+  const Bytes& Source;
+  size_t Read = 0;
+  std::vector<uint8_t> Text = std::vector<uint8_t>(2 * Dict + 300, 0);
+  std::vector<uint32_t> Head = std::vector<uint32_t>(Mask + 1, 0), Prev = std::vector<uint32_t>(Dict, 0);
+  std::vector<uint8_t> Crowded = std::vector<uint8_t>(Mask + 1, 0);
+  uint32_t Pos = 0, HashValue = 0, MatchPos = 0, Limit = 0;
+  int32_t Remaining = 0, MatchLen = 0;
+
+  // As the file stream reads: a short read fills the rest with zeros.
+  int32_t Fill(uint8_t* to, size_t length) {
+    const size_t n = std::min(length, Source.size() - Read);
+    std::memcpy(to, Source.data() + Read, n);
+    std::memset(to + n, 0, length - n);
+    Read += n;
+    return static_cast<int32_t>(n);
+  }
+  void Insert() {
+    Prev[Pos & (Dict - 1)] = Head[HashValue];
+    Head[HashValue] = Pos;
+  }
+  void Advance() {
+    --Remaining;
+    if (++Pos >= 2 * Dict) {
+      std::memmove(Text.data(), Text.data() + Dict, Dict);
+      Remaining += Fill(Text.data() + Dict, Dict);
+      Pos -= Dict;
+      for (auto* table : {&Head, &Prev})
+        for (uint32_t& v : *table) v = v > Dict ? v - Dict : 0;
+    }
+    HashValue = ((HashValue << Shift) ^ Text[Pos + 2]) & Mask;
+  }
+  void FindMatch() {
+    int32_t max = MaxMatch;
+    if (MatchLen < 2) MatchLen = 2;
+    MatchPos = Pos;
+    uint32_t off = 0, h = HashValue;
+    while (Crowded[h] != 0 && off < MaxMatch - MinMatch) h = ((h << Shift) ^ Text[Pos + 2 + ++off]) & Mask;
+    if (off == MaxMatch - MinMatch) off = 0;
+    for (;;) {
+      uint32_t counter = Limit, s = Head[h];
+      const uint32_t lowest = Pos > Dict ? Pos - Dict + off : off;
+      int mark = 0;
+      for (; s > lowest; s = Prev[s & (Dict - 1)]) {
+        if (--counter == 0) {
+          mark = 1;
+          break;
+        }
+        if (Text[s - off + MatchLen] != Text[Pos + MatchLen]) continue;
+        int32_t len = 0;
+        while (len < max && Text[s - off + len] == Text[Pos + len]) ++len;
+        if (len <= MatchLen) continue;
+        MatchLen = len;
+        MatchPos = s - off;
+        if (len == max) {
+          mark = 2;
+          break;
+        }
+      }
+      if (mark != 2) Crowded[h] = static_cast<uint8_t>(mark);
+      if (MatchLen > static_cast<int32_t>(off) + 2 || off == 0) break;
+      max = static_cast<int32_t>(off) + 2;
+      off = 0;
+      h = HashValue;
+    }
+    Insert();
+  }
+  std::vector<BlockCode> Codes() {
+    std::vector<BlockCode> codes;
+    Remaining = Fill(Text.data(), 2 * Dict);
+    std::fill_n(Text.begin() + Remaining, 300, 0);
+    MatchLen = std::min(Remaining, 2);
+    HashValue = ((((uint32_t{Text[0]} << Shift) ^ Text[1]) << Shift) ^ Text[2]) & Mask;
+    Insert();
+    while (Remaining > 0) {
+      Limit = LiteralLimit;
+      const int32_t prevLen = MatchLen;
+      const uint32_t distance = Pos - MatchPos;
+      MatchLen -= 1;
+      Advance();
+      FindMatch();
+      MatchLen = std::min(MatchLen, Remaining);
+      if (MatchLen > prevLen || prevLen < MinMatch) {
+        codes.push_back(Lit(Text[Pos - 1]));
+        continue;
+      }
+      codes.push_back(Match(static_cast<uint32_t>(prevLen), distance - 1));
+      for (int32_t i = 0; i < prevLen - 2; ++i) {
+        Advance();
+        Insert();
+      }
+      Advance();
+      MatchLen = 2;
+      Limit = MatchLimit;
+      FindMatch();
+      MatchLen = std::min(MatchLen, Remaining);
+    }
+    return codes;
+  }
+};
+
+// Sources of few distinct groups, so that walks are cut and buckets turn
+// crowded and back: runs over a small alphabet, and such runs broken by
+// stretches of varied bytes. 30000 bytes make one block at any mix of codes,
+// and slide lh5's window three times.
+Bytes CrowdedSource(uint32_t seed) {
+  std::mt19937 rng(seed);
+  Bytes s;
+  while (s.size() < 30000) {
+    const uint32_t alphabet = seed % 2 == 0 ? 3 : 2 + rng() % 6;
+    for (uint32_t n = 200 + rng() % 3000; n > 0; --n) s.push_back(static_cast<uint8_t>(rng() % alphabet * 0x11));
+    for (uint32_t n = rng() % 400; n > 0; --n) s.push_back(static_cast<uint8_t>(rng()));
+  }
+  s.resize(30000);
+  return s;
+}
+
+class PlainSearchTest : public ::testing::TestWithParam<std::tuple<Method, uint32_t>> {};
+
+TEST_P(PlainSearchTest, CodesMatchThePlainSearch) {
+  const auto [method, level] = GetParam();
+  const kz::EncoderParams& p = method == Method::Lh5   ? kz::kLh5EncParams
+                               : method == Method::Lh6 ? kz::kLh6EncParams
+                                                       : kz::kLh7EncParams;
+  for (uint32_t seed = 1; seed <= 4; ++seed) {
+    const Bytes source = CrowdedSource(seed);
+    EncoderRig rig;
+    const auto codes = rig.SearchCodes(method, level, source);
+    const kz::EncoderBase& e = rig.Encoder(method);
+    PlainSearch plain{p.DictSize, p.HashBuckets - 1, p.HashShift, kz::EncoderTestAccess::LiteralChainLimit(e),
+                      kz::EncoderTestAccess::MatchChainLimit(e), source};
+    const auto expected = plain.Codes();
+    ASSERT_EQ(codes.size(), expected.size()) << "seed " << seed;
+    for (size_t i = 0; i < codes.size(); ++i) ASSERT_EQ(codes[i], expected[i]) << "seed " << seed << ", code " << i;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(MethodsAndLevels, PlainSearchTest,
+                         ::testing::Combine(::testing::Values(Method::Lh5, Method::Lh6, Method::Lh7),
+                                            ::testing::Values(1u, 3u)));
 
 }  // namespace
