@@ -29,7 +29,7 @@ if [ -z "${1:-}" ]; then  # the default program is brought up to date first
   cmake --build "$here/build/bench" --target kzlha KzLha73 > /dev/null
 fi
 if [ ! -s "$corpus/src.txt" ]; then
-  bash /work/shared/bench/make-corpus.sh "$corpus" > /dev/null
+  bash "$here/../shared/bench/make-corpus.sh" "$corpus" > /dev/null
 fi
 
 work=$(mktemp -d)
