@@ -5,6 +5,7 @@
 // The reader is not bounded by the packed size: it takes bytes until the
 // original size is reached, and reads an 8000-byte chunk at the very bit at
 // which a byte-at-a-time reader would need the chunk's first byte.
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -22,8 +23,10 @@ constexpr uint32_t kRingBytes = 2 * KzLha1Decoder::N;  // history + the block be
 constexpr uint32_t kBlockBytes = KzLha1Decoder::N;
 constexpr uint32_t kInitialSpaces = KzLha1Decoder::N - KzLha1Decoder::F;  // 4036
 constexpr uint32_t kMaxMatchBytes = 64;  // the longest match (60) in whole 16-byte moves
-// A move may start anywhere in the ring, and reads or writes 64 bytes.
-constexpr uint32_t kCopyOverrun = kMaxMatchBytes;
+// What a copy may touch past the ring's end: a 64-byte move from its last
+// slot, or the last word (up to 7 bytes over) of a short-period copy
+// ending 60 bytes past it.
+constexpr uint32_t kCopyOverrun = std::max(kMaxMatchBytes, KzLha1Decoder::F + 8);
 static_assert(KzLha1Decoder::F <= kMaxMatchBytes);
 
 static_assert(kRingBytes + kCopyOverrun <= kDictionaryBytes);
