@@ -205,6 +205,7 @@ class EncoderCore : public EncoderBase {
     heads[hash] = static_cast<HeadEntry>(p);
   }
 
+  static uint32_t GroupHash(const uint8_t* p);
   void SearchLoop();
   void FindMatch();
   void Slide();

@@ -53,6 +53,14 @@ inline int32_t CommonLength(const uint8_t* a, const uint8_t* b, int32_t max) {
 
 }  // namespace
 
+// The hash of the three-byte group at p. The rolling update gives the same
+// value, since the mask drops every byte older than three.
+template <const EncoderParams& P>
+inline uint32_t EncoderCore<P>::GroupHash(const uint8_t* p) {
+  static_assert(3 * P.HashShift >= std::bit_width(P.HashBuckets - 1));
+  return ((((uint32_t{p[0]} << P.HashShift) ^ p[1]) << P.HashShift) ^ p[2]) & (P.HashBuckets - 1);
+}
+
 template <const EncoderParams& P>
 inline void EncoderCore<P>::RecordCode(uint32_t c, uint32_t p) {
   // 1. Groups of one flag byte and up to eight codes; a block ends only
@@ -82,7 +90,6 @@ inline void EncoderCore<P>::RecordCode(uint32_t c, uint32_t p) {
 template <const EncoderParams& P>
 void EncoderCore<P>::SearchLoop() {
   constexpr uint32_t kDict = P.DictSize;
-  constexpr uint32_t kMask = P.HashBuckets - 1;
   // 1. Fresh tables for every member.
   std::memset(HashHead, 0, P.HashBuckets * sizeof(HeadEntry));
   std::memset(HashPrev, 0, kDict * sizeof(LinkEntry));
@@ -96,7 +103,7 @@ void EncoderCore<P>::SearchLoop() {
   MatchLen = Remaining < 2 ? Remaining : 2;
   Pos = 0;
   // 4.
-  HashValue = ((((uint32_t{Text[0]} << P.HashShift) ^ Text[1]) << P.HashShift) ^ Text[2]) & kMask;
+  HashValue = GroupHash(Text);
   Insert(0);
   // 5. Decide one position per pass, knowing its best match.
   while (Remaining > 0) {
@@ -190,12 +197,9 @@ void EncoderCore<P>::FindMatch() {
   // 2. Pass over buckets whose last walk was cut, to a later three-byte group.
   // An earlier search may have passed over this position's groups already:
   // those up to CrowdedEnd are still crowded, so the pass resumes there.
-  // A group's hash depends on its three bytes alone.
-  static_assert(3 * P.HashShift >= std::bit_width(P.HashBuckets - 1));
   if (pos < CrowdedEnd) {
     off = CrowdedEnd - pos;
-    h = ((uint32_t{here[off]} << 2 * P.HashShift) ^ (uint32_t{here[off + 1]} << P.HashShift) ^
-         here[off + 2]) & kMask;
+    h = GroupHash(here + off);
   }
   while (crowded[h] != 0 && off < MaxMatch - MinMatch) {
     ++off;
