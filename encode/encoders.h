@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <type_traits>
 
+#include <emmintrin.h>  // x86-64 only: both targets have SSE2
+
 #include "enginelib/codec_base.h"
 
 class KzArchiver;
@@ -40,7 +42,7 @@ inline constexpr int32_t MinMatch = 3;
 inline constexpr uint32_t kBlockBufferBytes = 40960;
 inline constexpr uint32_t kOutputBufferBytes = 16384;
 inline constexpr uint32_t kHashHeadBytes = 65536 * 4;
-inline constexpr uint32_t kHashChainBytes = 65536 * 4;
+inline constexpr uint32_t kHashChainBytes = 65536 * 8;
 // Two windows of the largest dictionary, plus the bytes into which the
 // search may look beyond the filled part.
 inline constexpr uint32_t kLookAheadBytes = 300;
@@ -183,25 +185,46 @@ class EncoderCore : public EncoderBase {
   // and ends the chain. Distances do not change when the text slides, so
   // only the heads are rebased.
   //
-  // Beside each link a skip holds the distance two steps back, in one
-  // 32-bit entry (link low, skip high). A walk loads both with one access,
-  // so it waits for one load per two candidates instead of one per candidate.
+  // Beside each link three skips hold the distances two, three and four
+  // steps back, in one 64-bit entry (16 bits each, the link lowest). A walk
+  // loads all four with one access, so it waits for one load per four
+  // candidates instead of one per candidate.
   using HeadEntry = std::conditional_t<2 * P.DictSize <= 65536, uint16_t, uint32_t>;
-  using LinkEntry = uint32_t;
+  using LinkEntry = uint64_t;
   static constexpr uint32_t kLinkEnd = P.DictSize - 1;
   static_assert(P.DictSize * sizeof(LinkEntry) <= kHashChainBytes);
+  static_assert(kLinkEnd <= 0xFFFF);
   HeadEntry* Heads() { return reinterpret_cast<HeadEntry*>(HashHead); }
-  LinkEntry* Links() { return HashPrev; }
+  LinkEntry* Links() { return reinterpret_cast<LinkEntry*>(HashPrev); }
+  // The entry of a position whose predecessor lies `back` behind it and has
+  // entry `prev`: back, then back plus each of prev's first three distances,
+  // each held at kLinkEnd.
+  static LinkEntry Extend(LinkEntry prev, uint32_t back) {
+    constexpr uint64_t kOnes = 0x0001000100010001ull;
+    const uint64_t shifted = prev << 16;  // lanes: 0, d1, d2, d3
+    if constexpr (P.DictBits < 16) {
+      // No lane's sum reaches 2^(DictBits + 1), so none carries into the
+      // next; a sum with bit DictBits set is above kLinkEnd.
+      const uint64_t x = shifted + back * kOnes;
+      const uint64_t over = (x >> P.DictBits) & kOnes;
+      return (x | over * ((uint64_t{1} << (P.DictBits + 1)) - 1)) & (kLinkEnd * kOnes);
+    } else {
+      // kLinkEnd is 0xFFFF: a saturating add holds each lane.
+      static_assert(kLinkEnd == 0xFFFF);
+      const __m128i sum = _mm_adds_epu16(_mm_cvtsi64_si128(static_cast<int64_t>(shifted)),
+                                         _mm_set1_epi16(static_cast<int16_t>(back)));
+      return static_cast<uint64_t>(_mm_cvtsi128_si64(sum));
+    }
+  }
+  // A link of kLinkEnd or more cannot lead above a walk's lower bound, nor
+  // can a skip over it; the bound also stops a walk before it uses a skip
+  // through a position that is not in the chain.
   static void Link(HeadEntry* heads, LinkEntry* links, uint32_t hash, uint32_t p) {
     constexpr uint32_t kMask = P.DictSize - 1;
     const uint32_t head = heads[hash];
     const uint32_t back = p - head;
-    // A link of kLinkEnd or more cannot lead above a walk's lower bound,
-    // nor can a skip over it; the bound also stops a walk before it uses a
-    // skip through a position that is not in the chain.
-    const uint32_t link = back < kLinkEnd ? back : kLinkEnd;
-    const uint32_t skip = back < kLinkEnd ? back + (links[head & kMask] & 0xFFFF) : kLinkEnd;
-    links[p & kMask] = link | (skip < kLinkEnd ? skip : kLinkEnd) << 16;
+    // Held at kLinkEnd, back makes every distance kLinkEnd: the chain ends.
+    links[p & kMask] = Extend(links[head & kMask], back < kLinkEnd ? back : kLinkEnd);
     heads[hash] = static_cast<HeadEntry>(p);
   }
 

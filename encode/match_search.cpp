@@ -139,7 +139,7 @@ inline void EncoderCore<P>::SkipInserting(int32_t count) {
   uint32_t pos = Pos;
   uint32_t hash = HashValue;
   int32_t remaining = Remaining;
-  uint32_t entry = links[pos & (P.DictSize - 1)];  // the last position linked, into bucket hash
+  LinkEntry entry = links[pos & (P.DictSize - 1)];  // the last position linked, into bucket hash
   for (; count > 0; --count) {
     --remaining;
     ++pos;
@@ -154,8 +154,7 @@ inline void EncoderCore<P>::SkipInserting(int32_t count) {
     if (next == hash) {
       // A run: the bucket's head is the position just linked, whose entry
       // is still in a register, so no load waits on the store before it.
-      const uint32_t skip = 1 + (entry & 0xFFFF);
-      entry = 1 | (skip < kLinkEnd ? skip : kLinkEnd) << 16;
+      entry = Extend(entry, 1);
       links[pos & (P.DictSize - 1)] = entry;
       heads[hash] = static_cast<HeadEntry>(pos);
       continue;
@@ -242,32 +241,33 @@ void EncoderCore<P>::FindMatch() {
       aim();
       return false;
     };
-    // Two candidates per pass: one entry gives both successors.
-    while (s > lowest) {
-      if (--counter == 0) {
-        mark = 1;
-        break;
+    // Four candidates per pass: one entry gives the next four. A candidate
+    // at or below the bound ends the walk; before the counter, as the plain
+    // walk's order of tests has it.
+    auto step = [&](intptr_t c, uint8_t& end) {
+      if (c <= lowest) {
+        end = 0;
+        return true;
       }
-      const uint32_t entry = links[s & (kDict - 1)];
-      if (agrees(s)) [[unlikely]] {
-        if (longer(s)) {
-          mark = 2;
-          break;
+      if (--counter == 0) {
+        end = 1;
+        return true;
+      }
+      if (agrees(c)) [[unlikely]] {
+        if (longer(c)) {
+          end = 2;
+          return true;
         }
       }
-      const intptr_t next = s - (entry & 0xFFFF);
-      if (next <= lowest) break;
-      if (--counter == 0) {
-        mark = 1;
-        break;
-      }
-      if (agrees(next)) [[unlikely]] {
-        if (longer(next)) {
-          mark = 2;
-          break;
-        }
-      }
-      s -= entry >> 16;
+      return false;
+    };
+    for (;;) {
+      const LinkEntry entry = links[s & (kDict - 1)];
+      if (step(s, mark)) break;
+      if (step(s - static_cast<intptr_t>(entry & 0xFFFF), mark)) break;
+      if (step(s - static_cast<intptr_t>((entry >> 16) & 0xFFFF), mark)) break;
+      if (step(s - static_cast<intptr_t>((entry >> 32) & 0xFFFF), mark)) break;
+      s -= static_cast<intptr_t>(entry >> 48);
     }
     // 5. A bucket no longer crowded may lie among those passed over.
     if (mark != 2) {

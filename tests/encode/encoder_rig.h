@@ -54,6 +54,11 @@ struct EncoderTestAccess {
     e.SearchLoop();
   }
   static uint32_t BlockPos(const EncoderBase& e) { return e.BlockPos; }
+  // A chain entry from its predecessor's entry and the distance back to it.
+  template <const EncoderParams& P>
+  static uint64_t ExtendLink(uint64_t prev, uint32_t back) {
+    return EncoderCore<P>::Extend(prev, back);
+  }
   static std::vector<BlockCode> BlockCodes(const EncoderBase& e);
 };
 

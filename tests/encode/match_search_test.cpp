@@ -170,6 +170,48 @@ TEST(ChainLimitTest, CandidatesExaminedAtLevelOne) {
   EXPECT_TRUE(ProbeReachedOldest(2, 18, true));
 }
 
+// A chain entry holds the distances one to four steps back, each held at
+// DictSize - 1, so that a sum past the window can never wrap into it.
+template <const kz::EncoderParams& P>
+void CheckExtendLink() {
+  const uint32_t end = P.DictSize - 1;
+  auto lanes = [](uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
+    return uint64_t{a} | uint64_t{b} << 16 | uint64_t{c} << 32 | uint64_t{d} << 48;
+  };
+  std::mt19937 rng(P.Method);
+  struct Case {
+    uint64_t Prev;
+    uint32_t Back;
+  };
+  std::vector<Case> cases = {{0, 1},
+                             {lanes(end, end, end, end), 1},
+                             {lanes(end, end, end, end), end},
+                             {lanes(1, 2, 3, 4), end},
+                             {lanes(end - 5, end - 4, end, end), 5},  // sums at end, end + 1, ...
+                             {lanes(end / 2, end / 2 + 1, end, end), end / 2 + 1}};
+  for (int i = 0; i < 2000; ++i) {
+    uint32_t d[3];
+    for (uint32_t& v : d) v = static_cast<uint32_t>(rng() % (end + 1));
+    std::sort(d, d + 3);
+    cases.push_back({lanes(d[0], d[1], d[2], end), static_cast<uint32_t>(1 + rng() % end)});
+  }
+  for (const Case& c : cases) {
+    uint64_t expected = 0;
+    for (int lane = 0; lane < 4; ++lane) {
+      const uint32_t before = lane == 0 ? 0 : static_cast<uint32_t>(c.Prev >> (16 * (lane - 1))) & 0xFFFF;
+      expected |= uint64_t{std::min(before + c.Back, end)} << (16 * lane);
+    }
+    ASSERT_EQ(kz::EncoderTestAccess::ExtendLink<P>(c.Prev, c.Back), expected)
+        << "lh" << P.Method << " prev " << std::hex << c.Prev << " back " << c.Back;
+  }
+}
+
+TEST(ChainEntryTest, DistancesAddAndHoldAtTheWindowEnd) {
+  CheckExtendLink<kz::kLh5EncParams>();
+  CheckExtendLink<kz::kLh6EncParams>();
+  CheckExtendLink<kz::kLh7EncParams>();
+}
+
 // The search as plainly as it can be written: full positions in the
 // tables, a byte test before each comparison, a fresh pass over crowded
 // buckets at every search. The encoder keeps compact tables and skips work
