@@ -236,6 +236,7 @@ class EncoderCore : public EncoderBase {
   void SkipInserting(int32_t count);
   void Insert(uint32_t p) { Link(Heads(), Links(), HashValue, p); }
   void RecordCode(uint32_t c, uint32_t p);
+  void Prefetch(uint32_t h);
 
   // ---- block output (block_output.cpp) -------------------------------------
   void SendBlock();

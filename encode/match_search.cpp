@@ -61,6 +61,15 @@ inline uint32_t EncoderCore<P>::GroupHash(const uint8_t* p) {
   return ((((uint32_t{p[0]} << P.HashShift) ^ p[1]) << P.HashShift) ^ p[2]) & (P.HashBuckets - 1);
 }
 
+// Brings in what a search in bucket h waits for first: the flag, and the
+// entry of the position its head names. On data with short chains that
+// first entry is most of a search's wait.
+template <const EncoderParams& P>
+inline void EncoderCore<P>::Prefetch(uint32_t h) {
+  __builtin_prefetch(Crowded + h);
+  __builtin_prefetch(Links() + (Heads()[h] & (P.DictSize - 1)));
+}
+
 template <const EncoderParams& P>
 inline void EncoderCore<P>::RecordCode(uint32_t c, uint32_t p) {
   // 1. Groups of one flag byte and up to eight codes; a block ends only
@@ -140,6 +149,7 @@ inline void EncoderCore<P>::SkipInserting(int32_t count) {
   uint32_t hash = HashValue;
   int32_t remaining = Remaining;
   LinkEntry entry = links[pos & (P.DictSize - 1)];  // the last position linked, into bucket hash
+  Prefetch(GroupHash(text + pos + count + 1));  // the next search's, unless the text slides first
   for (; count > 0; --count) {
     --remaining;
     ++pos;
@@ -286,9 +296,7 @@ void EncoderCore<P>::FindMatch() {
   // 7.
   Insert(pos);
   // The next search most likely starts at the next position's bucket.
-  const uint32_t nextHash = ((HashValue << P.HashShift) ^ here[3]) & kMask;
-  __builtin_prefetch(Heads() + nextHash);
-  __builtin_prefetch(crowded + nextHash);
+  Prefetch(((HashValue << P.HashShift) ^ here[3]) & kMask);
 }
 
 template <const EncoderParams& P>
