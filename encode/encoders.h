@@ -149,18 +149,8 @@ class EncoderBase : public KzCompressor {
   uint32_t* HashPrev = nullptr;
   uint8_t* Text = nullptr;
   uint8_t* Crowded = nullptr;
-  uint32_t ChainLimit = 0;
   uint32_t LiteralChainLimit = 16;
   uint32_t MatchChainLimit = 32;
-  uint32_t HashValue = 0;
-  // Positions below it whose three-byte groups' buckets are crowded, as the
-  // last pass over them found; 0 when none are known.
-  uint32_t CrowdedEnd = 0;
-  int32_t MatchLen = 0;
-  int32_t PrevMatchLen = 0;
-  uint32_t MatchPos = 0;
-  uint32_t Pos = 0;
-  int32_t Remaining = 0;
 };
 
 // The algorithm, once, with the parameters of P folded in. Its members are
@@ -228,14 +218,28 @@ class EncoderCore : public EncoderBase {
     heads[hash] = static_cast<HeadEntry>(p);
   }
 
+  // Where the search stands. SearchLoop keeps it in a local, so that it
+  // lives in registers: the block buffer's byte stores could alias fields.
+  struct Cursor {
+    uint32_t Pos = 0;
+    uint32_t Hash = 0;        // of the three-byte group at Pos
+    int32_t Remaining = 0;    // source bytes from Pos on
+    uint32_t CrowdedEnd = 0;  // positions below it have crowded groups, as last seen; 0: none known
+    int32_t MatchLen = 0;     // the best match found for Pos
+    uint32_t MatchPos = 0;
+  };
   static uint32_t GroupHash(const uint8_t* p);
   void SearchLoop();
-  void FindMatch();
-  void Slide();
-  void Advance();
-  void SkipInserting(int32_t count);
-  void Insert(uint32_t p) { Link(Heads(), Links(), HashValue, p); }
-  void RecordCode(uint32_t c, uint32_t p);
+  [[gnu::always_inline]] void FindMatch(Cursor& c, uint32_t chainLimit);
+  int32_t Slide(int32_t remaining);
+  void SlideAt(Cursor& c);
+  void Advance(Cursor& c);
+  void SkipInserting(Cursor& c, int32_t count);
+  // Block collection's cursor, in a local for the same reason.
+  struct Collector {
+    uint32_t BlockPos, FlagMask, FlagPos;
+  };
+  [[gnu::always_inline]] void RecordCode(Collector& b, uint32_t c, uint32_t p);
   void Prefetch(uint32_t h);
 
   // ---- block output (block_output.cpp) -------------------------------------

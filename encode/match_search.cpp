@@ -71,27 +71,28 @@ inline void EncoderCore<P>::Prefetch(uint32_t h) {
 }
 
 template <const EncoderParams& P>
-inline void EncoderCore<P>::RecordCode(uint32_t c, uint32_t p) {
+inline void EncoderCore<P>::RecordCode(Collector& b, uint32_t c, uint32_t p) {
+  uint8_t* const buffer = BlockBuffer;
   // 1. Groups of one flag byte and up to eight codes; a block ends only
   // between groups.
-  FlagMask >>= 1;
-  if (FlagMask == 0) {
-    FlagMask = 0x80;
-    if (BlockPos >= BlockBufferSize - 24) {
+  b.FlagMask >>= 1;
+  if (b.FlagMask == 0) {
+    b.FlagMask = 0x80;
+    if (b.BlockPos >= BlockBufferSize - 24) {
       SendBlock();
-      BlockPos = 0;
+      b.BlockPos = 0;
     }
-    FlagPos = BlockPos;
-    BlockBuffer[BlockPos++] = 0;
+    b.FlagPos = b.BlockPos;
+    buffer[b.BlockPos++] = 0;
   }
   // 2.
-  BlockBuffer[BlockPos++] = static_cast<uint8_t>(c);
+  buffer[b.BlockPos++] = static_cast<uint8_t>(c);
   ++CharFreq[c];
   // 3.
   if (c >= 256) {
-    BlockBuffer[FlagPos] |= static_cast<uint8_t>(FlagMask);
-    BlockBuffer[BlockPos++] = static_cast<uint8_t>(p >> 8);
-    BlockBuffer[BlockPos++] = static_cast<uint8_t>(p);
+    buffer[b.FlagPos] |= static_cast<uint8_t>(b.FlagMask);
+    buffer[b.BlockPos++] = static_cast<uint8_t>(p >> 8);
+    buffer[b.BlockPos++] = static_cast<uint8_t>(p);
     ++PosFreq[std::bit_width(p)];
   }
 }
@@ -103,122 +104,115 @@ void EncoderCore<P>::SearchLoop() {
   std::memset(HashHead, 0, P.HashBuckets * sizeof(HeadEntry));
   std::memset(HashPrev, 0, kDict * sizeof(LinkEntry));
   std::memset(Crowded, 0, P.HashBuckets);
-  CrowdedEnd = 0;
   // 2. The first fill. The look-ahead past it is cleared so that a member's
   // codes never depend on what an earlier member left in the buffer.
-  Remaining = static_cast<int32_t>(ReadInput(Text, 2 * kDict));
-  std::memset(Text + Remaining, 0, kLookAheadBytes);
+  Cursor c;
+  c.Remaining = static_cast<int32_t>(ReadInput(Text, 2 * kDict));
+  std::memset(Text + c.Remaining, 0, kLookAheadBytes);
   // 3.
-  MatchLen = Remaining < 2 ? Remaining : 2;
-  Pos = 0;
+  c.MatchLen = c.Remaining < 2 ? c.Remaining : 2;
   // 4.
-  HashValue = GroupHash(Text);
-  Insert(0);
+  c.Hash = GroupHash(Text);
+  Link(Heads(), Links(), c.Hash, 0);
   // 5. Decide one position per pass, knowing its best match.
-  while (Remaining > 0) {
-    ChainLimit = LiteralChainLimit;
-    PrevMatchLen = MatchLen;
-    MatchLen = MatchLen - 1;
-    const uint32_t distance = Pos - MatchPos;
-    Advance();
-    FindMatch();
-    if (MatchLen > Remaining) MatchLen = Remaining;
-    if (MatchLen > PrevMatchLen || PrevMatchLen < MinMatch) {
-      RecordCode(Text[Pos - 1], 0);
+  Collector b{BlockPos, FlagMask, FlagPos};
+  while (c.Remaining > 0) {
+    const int32_t prevMatchLen = c.MatchLen;
+    c.MatchLen = c.MatchLen - 1;
+    const uint32_t distance = c.Pos - c.MatchPos;
+    Advance(c);
+    FindMatch(c, LiteralChainLimit);
+    if (c.MatchLen > c.Remaining) c.MatchLen = c.Remaining;
+    if (c.MatchLen > prevMatchLen || prevMatchLen < MinMatch) {
+      RecordCode(b, Text[c.Pos - 1], 0);
       continue;
     }
-    RecordCode(static_cast<uint32_t>(PrevMatchLen) + 253, distance - 1);
-    SkipInserting(PrevMatchLen - 2);
-    Advance();
-    MatchLen = 2;
-    ChainLimit = MatchChainLimit;
-    FindMatch();
-    if (MatchLen > Remaining) MatchLen = Remaining;
+    RecordCode(b, static_cast<uint32_t>(prevMatchLen) + 253, distance - 1);
+    SkipInserting(c, prevMatchLen - 2);
+    Advance(c);
+    c.MatchLen = 2;
+    FindMatch(c, MatchChainLimit);
+    if (c.MatchLen > c.Remaining) c.MatchLen = c.Remaining;
   }
+  BlockPos = b.BlockPos;
+  FlagMask = b.FlagMask;
+  FlagPos = b.FlagPos;
+}
+
+template <const EncoderParams& P>
+inline void EncoderCore<P>::SlideAt(Cursor& c) {
+  c.Remaining = Slide(c.Remaining);
+  c.Pos -= P.DictSize;
+  // 4. The groups passed over move, and bytes beyond the old fill change.
+  c.CrowdedEnd = 0;
 }
 
 // Advances `count` positions, inserting each without a search: the
-// positions inside a match. Kept in locals between the rare slides.
+// positions inside a match.
 template <const EncoderParams& P>
-inline void EncoderCore<P>::SkipInserting(int32_t count) {
+inline void EncoderCore<P>::SkipInserting(Cursor& c, int32_t count) {
   constexpr uint32_t kMask = P.HashBuckets - 1;
   const uint8_t* const text = Text;
   HeadEntry* const heads = Heads();
   LinkEntry* const links = Links();
-  uint32_t pos = Pos;
-  uint32_t hash = HashValue;
-  int32_t remaining = Remaining;
-  LinkEntry entry = links[pos & (P.DictSize - 1)];  // the last position linked, into bucket hash
-  Prefetch(GroupHash(text + pos + count + 1));  // the next search's, unless the text slides first
+  LinkEntry entry = links[c.Pos & (P.DictSize - 1)];  // the last position linked, into bucket c.Hash
+  Prefetch(GroupHash(text + c.Pos + count + 1));  // the next search's, unless the text slides first
   for (; count > 0; --count) {
-    --remaining;
-    ++pos;
-    if (pos >= 2 * P.DictSize) {
-      Pos = pos;
-      Remaining = remaining;
-      Slide();
-      pos = Pos;
-      remaining = Remaining;
-    }
-    const uint32_t next = ((hash << P.HashShift) ^ text[pos + 2]) & kMask;
-    if (next == hash) {
+    --c.Remaining;
+    if (++c.Pos >= 2 * P.DictSize) SlideAt(c);
+    const uint32_t next = ((c.Hash << P.HashShift) ^ text[c.Pos + 2]) & kMask;
+    if (next == c.Hash) {
       // A run: the bucket's head is the position just linked, whose entry
       // is still in a register, so no load waits on the store before it.
       entry = Extend(entry, 1);
-      links[pos & (P.DictSize - 1)] = entry;
-      heads[hash] = static_cast<HeadEntry>(pos);
+      links[c.Pos & (P.DictSize - 1)] = entry;
+      heads[next] = static_cast<HeadEntry>(c.Pos);
       continue;
     }
-    hash = next;
-    Link(heads, links, hash, pos);
-    entry = links[pos & (P.DictSize - 1)];
+    c.Hash = next;
+    Link(heads, links, next, c.Pos);
+    entry = links[c.Pos & (P.DictSize - 1)];
   }
-  Pos = pos;
-  HashValue = hash;
-  Remaining = remaining;
 }
 
 template <const EncoderParams& P>
-inline void EncoderCore<P>::Advance() {
-  --Remaining;
-  ++Pos;
-  if (Pos >= 2 * P.DictSize) Slide();
-  HashValue = ((HashValue << P.HashShift) ^ Text[Pos + 2]) & (P.HashBuckets - 1);
+inline void EncoderCore<P>::Advance(Cursor& c) {
+  --c.Remaining;
+  if (++c.Pos >= 2 * P.DictSize) SlideAt(c);
+  c.Hash = ((c.Hash << P.HashShift) ^ Text[c.Pos + 2]) & (P.HashBuckets - 1);
 }
 
-// The walk keeps its state in locals: stores into the byte tables could
-// otherwise alias the fields and force them back to memory on every step.
 template <const EncoderParams& P>
-void EncoderCore<P>::FindMatch() {
+[[gnu::always_inline]] inline void EncoderCore<P>::FindMatch(Cursor& c, uint32_t chainLimit) {
   constexpr uint32_t kDict = P.DictSize;
   constexpr uint32_t kMask = P.HashBuckets - 1;
   const uint8_t* const text = Text;
   const LinkEntry* const links = Links();
   uint8_t* const crowded = Crowded;
-  const uint32_t pos = Pos;
+  const uint32_t pos = c.Pos;
   const uint8_t* const here = text + pos;
   // 1.
   int32_t max = MaxMatch;
-  int32_t matchLen = MatchLen < 2 ? 2 : MatchLen;
+  int32_t matchLen = c.MatchLen < 2 ? 2 : c.MatchLen;
   uint32_t matchPos = pos;
   uint32_t off = 0;
-  uint32_t h = HashValue;
+  uint32_t h = c.Hash;
   // 2. Pass over buckets whose last walk was cut, to a later three-byte group.
   // An earlier search may have passed over this position's groups already:
   // those up to CrowdedEnd are still crowded, so the pass resumes there.
-  if (pos < CrowdedEnd) {
-    off = CrowdedEnd - pos;
+  if (pos < c.CrowdedEnd) {
+    off = c.CrowdedEnd - pos;
     h = GroupHash(here + off);
   }
   while (crowded[h] != 0 && off < MaxMatch - MinMatch) {
     ++off;
     h = ((h << P.HashShift) ^ here[2 + off]) & kMask;
   }
-  CrowdedEnd = pos + off;
+  c.CrowdedEnd = pos + off;
   if (off == MaxMatch - MinMatch) off = 0;
   for (;;) {
     // 3.
-    uint32_t counter = ChainLimit;
+    uint32_t counter = chainLimit;
     // Signed and wide: a link may lead below position 0 once the text has
     // slid, and the candidates index the text without a conversion.
     intptr_t s = Heads()[h];
@@ -239,14 +233,14 @@ void EncoderCore<P>::FindMatch() {
       mask = FirstBytesMask(matchLen - window);
     };
     aim();
-    auto agrees = [&](intptr_t c) { return ((Load64(probe + c) ^ word) & mask) == 0; };
+    auto agrees = [&](intptr_t cand) { return ((Load64(probe + cand) ^ word) & mask) == 0; };
     // Compares a candidate that agrees; true when the walk ends on a match
     // of full length.
-    auto longer = [&](intptr_t c) {
-      const int32_t len = CommonLength(sources + c, here, max);
+    auto longer = [&](intptr_t cand) {
+      const int32_t len = CommonLength(sources + cand, here, max);
       if (len <= matchLen) return false;
       matchLen = len;
-      matchPos = static_cast<uint32_t>(c - off);
+      matchPos = static_cast<uint32_t>(cand - off);
       if (len == max) return true;
       aim();
       return false;
@@ -254,8 +248,8 @@ void EncoderCore<P>::FindMatch() {
     // Four candidates per pass: one entry gives the next four. A candidate
     // at or below the bound ends the walk; before the counter, as the plain
     // walk's order of tests has it.
-    auto step = [&](intptr_t c, uint8_t& end) {
-      if (c <= lowest) {
+    auto step = [&](intptr_t cand, uint8_t& end) {
+      if (cand <= lowest) {
         end = 0;
         return true;
       }
@@ -263,8 +257,8 @@ void EncoderCore<P>::FindMatch() {
         end = 1;
         return true;
       }
-      if (agrees(c)) [[unlikely]] {
-        if (longer(c)) {
+      if (agrees(cand)) [[unlikely]] {
+        if (longer(cand)) {
           end = 2;
           return true;
         }
@@ -281,7 +275,7 @@ void EncoderCore<P>::FindMatch() {
     }
     // 5. A bucket no longer crowded may lie among those passed over.
     if (mark != 2) {
-      if (mark == 0 && crowded[h] != 0) CrowdedEnd = 0;
+      if (mark == 0 && crowded[h] != 0) c.CrowdedEnd = 0;
       crowded[h] = mark;
     }
     // 6. A match found through a later group must beat what the position's
@@ -289,27 +283,23 @@ void EncoderCore<P>::FindMatch() {
     if (matchLen > static_cast<int32_t>(off) + 2 || off == 0) break;
     max = static_cast<int32_t>(off) + 2;
     off = 0;
-    h = HashValue;
+    h = c.Hash;
   }
-  MatchLen = matchLen;
-  MatchPos = matchPos;
+  c.MatchLen = matchLen;
+  c.MatchPos = matchPos;
   // 7.
-  Insert(pos);
+  Link(Heads(), Links(), c.Hash, pos);
   // The next search most likely starts at the next position's bucket.
-  Prefetch(((HashValue << P.HashShift) ^ here[3]) & kMask);
+  Prefetch(((c.Hash << P.HashShift) ^ here[3]) & kMask);
 }
 
+// Returns what remains to be searched after the refill.
 template <const EncoderParams& P>
-void EncoderCore<P>::Slide() {
+int32_t EncoderCore<P>::Slide(int32_t remaining) {
   constexpr uint32_t kDict = P.DictSize;
   // 1., 2.
   std::memcpy(Text, Text + kDict, kDict);
-  Remaining += static_cast<int32_t>(ReadInput(Text + kDict, kDict));
-  // 3. A failure or a stop ends the search after the step in progress.
-  if (Owner->Status < 0) Remaining = 1;
-  // 4. The groups passed over move, and bytes beyond the old fill change.
-  Pos -= kDict;
-  CrowdedEnd = 0;
+  remaining += static_cast<int32_t>(ReadInput(Text + kDict, kDict));
   // 5. Positions that fall out of the window leave their chains: heads at
   // once, links when a walk finds them at or below 0.
   HeadEntry* const heads = Heads();
@@ -317,12 +307,13 @@ void EncoderCore<P>::Slide() {
     const uint32_t v = heads[i];
     heads[i] = static_cast<HeadEntry>(v > kDict ? v - kDict : 0);
   }
+  // 3. A failure or a stop ends the search after the step in progress.
+  return Owner->Status < 0 ? 1 : remaining;
 }
 
 #define KZ_INSTANTIATE_SEARCH(params)                                       \
   template void EncoderCore<params>::SearchLoop();                          \
-  template void EncoderCore<params>::FindMatch();                           \
-  template void EncoderCore<params>::Slide();
+  template int32_t EncoderCore<params>::Slide(int32_t);
 KZ_INSTANTIATE_SEARCH(kLh5EncParams)
 KZ_INSTANTIATE_SEARCH(kLh6EncParams)
 KZ_INSTANTIATE_SEARCH(kLh7EncParams)
