@@ -105,29 +105,26 @@ inline const uint8_t* EncoderBase::EmitCode(const uint8_t* q, bool match, Put&& 
 }
 
 // The block buffer holds groups of a flag byte (bit 7 first; set = match)
-// and up to eight codes. The codes go through a bit accumulator kept in
-// locals; within a code's reach of the buffer's end they take the exact
-// path of PutBits, which writes the full buffer.
+// and up to eight codes. Away from the output buffer's end a code takes no
+// branch: a literal puts its position part with zero bits, and the
+// complete bytes leave after each code in one 8-byte store, of which only
+// those complete count (the rest is overwritten by the next store). Within
+// a code's reach of the end, codes take the exact path of PutBits, which
+// writes the full buffer.
 void EncoderBase::WriteCodes(uint32_t size) {
-  constexpr uint32_t kCodeBytes = 8;  // a match: two puts, each draining at most one word
+  // Each code as length | bits << 8, for one load per part.
+  uint32_t charPut[NC];
+  uint32_t posPut[NT];  // positions take the code-length arrays (NT >= NP)
+  for (uint32_t i = 0; i < NC; ++i) charPut[i] = CharLen[i] | uint32_t{CharCode[i]} << 8;
+  for (uint32_t i = 0; i < NT; ++i) posPut[i] = AuxLen[i] | uint32_t{AuxCode[i]} << 8;
+  // At most 7 bits wait after each code, and a code adds at most 16 + 31.
+  SyncBits();
+  constexpr uint32_t kReach = 16;  // an 8-byte store, and the bytes it may complete
   const uint8_t* q = BlockBuffer;
   uint64_t acc = BitAcc;
   uint32_t count = BitCount;
   uint8_t* const out = OutputBuffer;
   uint32_t n = OutputCount;
-  auto fast = [&](uint32_t bits, uint32_t value) {
-    acc = (acc << bits) | value;
-    count += bits;
-    if (count >= 32) {
-      count -= 32;
-      const uint32_t w = static_cast<uint32_t>(acc >> count);
-      out[n] = static_cast<uint8_t>(w >> 24);
-      out[n + 1] = static_cast<uint8_t>(w >> 16);
-      out[n + 2] = static_cast<uint8_t>(w >> 8);
-      out[n + 3] = static_cast<uint8_t>(w);
-      n += 4;
-    }
-  };
   uint32_t flags = 0;
   for (uint32_t i = 0; i < size; ++i) {
     if ((i & 7) == 0) {
@@ -135,15 +132,37 @@ void EncoderBase::WriteCodes(uint32_t size) {
     } else {
       flags <<= 1;
     }
-    const bool match = (flags & 0x80) != 0;
-    if (n + kCodeBytes <= kOutputBufferBytes) {
-      q = EmitCode(q, match, fast);
+    const uint32_t match = (flags >> 7) & 1;
+    if (n + kReach <= kOutputBufferBytes) [[likely]] {
+      const uint32_t c = charPut[q[0] + (match << 8)];
+      acc = (acc << (c & 0xFF)) | (c >> 8);
+      count += c & 0xFF;
+      // The position's code, then the bits below its leading one.
+      const uint32_t p = (uint32_t{q[1]} << 8) | q[2];
+      const uint32_t k = static_cast<uint32_t>(std::bit_width(p));
+      const uint32_t extra = k > 1 ? k - 1 : 0;
+      const uint32_t e = posPut[k];
+      const uint32_t keep = 0u - match;
+      const uint32_t bits = ((e & 0xFF) + extra) & keep;
+      const uint64_t value = ((uint64_t{e >> 8} << extra) | (p & ((1u << extra) - 1))) & keep;
+      acc = (acc << bits) | value;
+      count += bits;
+      q += 1 + 2 * match;
+      // The pending bits, left-aligned, out in byte order. With count 0 the
+      // shift leaves stale bits, but then no byte counts.
+      const uint64_t aligned = (acc << 1) << (63 - count);
+      uint64_t be = aligned;
+      if constexpr (std::endian::native == std::endian::little) be = __builtin_bswap64(aligned);
+      std::memcpy(out + n, &be, 8);
+      n += count >> 3;
+      count &= 7;
       continue;
     }
     BitAcc = acc;
     BitCount = count;
     OutputCount = n;
-    q = EmitCode(q, match, [this](uint32_t bits, uint32_t value) { PutBits(bits, value); });
+    q = EmitCode(q, match != 0, [this](uint32_t bits, uint32_t value) { PutBits(bits, value); });
+    SyncBits();
     acc = BitAcc;
     count = BitCount;
     n = OutputCount;

@@ -33,7 +33,7 @@ void FailEncodeAllocation(int index) { gFailAllocation = index; }
 HRESULT KzLhaArchiver::AllocEncodeBuffers() {
   // 1., 2. Every allocation is attempted, so that a failure releases them all.
   EncodeBlockBufferSize = kz::kBlockBufferBytes;
-  InputOrBlockBuffer = Allocate<uint8_t>(kz::kBlockBufferBytes, 1);
+  InputOrBlockBuffer = Allocate<uint8_t>(kz::kBlockBufferBytes + kz::kBlockSlackBytes, 1);
   Lh1OrOutputBuffer = Allocate<uint8_t>(kz::kOutputBufferBytes, 2);
   HashHeadTable = Allocate<uint32_t>(kz::kHashHeadBytes, 3);
   HashChainTable = Allocate<uint32_t>(kz::kHashChainBytes, 4);
@@ -48,6 +48,9 @@ HRESULT KzLhaArchiver::AllocEncodeBuffers() {
   // The search may look past the bytes read from a source; with the buffer
   // cleared here, what it sees there never depends on heap garbage.
   std::memset(DictionaryOrText, 0, kz::kTextBytes);
+  // The block output reads a literal's two following bytes as if they were
+  // a position; cleared, they are defined even past the last code.
+  std::memset(InputOrBlockBuffer, 0, kz::kBlockBufferBytes + kz::kBlockSlackBytes);
   // 4.
   auto lend = [this](kz::EncoderBase& encoder) {
     encoder.SetBuffers(EncodeBlockBufferSize, InputOrBlockBuffer, Lh1OrOutputBuffer,

@@ -40,6 +40,7 @@ inline constexpr uint32_t CBIT = 9;
 inline constexpr int32_t MaxMatch = 256;
 inline constexpr int32_t MinMatch = 3;
 inline constexpr uint32_t kBlockBufferBytes = 40960;
+inline constexpr uint32_t kBlockSlackBytes = 8;  // read, never written, past a full buffer
 inline constexpr uint32_t kOutputBufferBytes = 16384;
 inline constexpr uint32_t kHashHeadBytes = 65536 * 4;
 inline constexpr uint32_t kHashChainBytes = 65536 * 8;

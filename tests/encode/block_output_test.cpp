@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
+#include <random>
 
 #include "decode/crc16.h"
 #include "encode/encoder_rig.h"
@@ -174,6 +176,78 @@ TEST_F(BitWriterTest, ExactBytesAndPendingBits) {
   Put(16, 0xABCD);
   Buffered();
   EXPECT_EQ(EncoderTestAccess::PendingBits(enc()), 0b101u);
+}
+
+// The block output's fast path puts what the plain puts would, whatever is
+// pending when it starts and across the output buffer's end, where it
+// hands over to the plain path and back: codes of 16 + 16 + 15 bits.
+TEST(BlockCodesTest, WriteCodesPutsWhatPutBitsWould) {
+  std::mt19937 rng(7);
+  Bytes block;
+  uint32_t size = 0;
+  while (block.size() < 30000) {
+    uint8_t flags = static_cast<uint8_t>(rng());
+    const size_t flagAt = block.size();
+    block.push_back(0);
+    for (uint32_t bit = 0x80; bit != 0; bit >>= 1, ++size) {
+      const bool match = size < 8 || rng() % 4 != 0;  // matches first, on the pending bits
+      block.push_back(static_cast<uint8_t>(match ? rng() % (kz::NC - 256) : rng()));
+      if (match) {
+        flags |= static_cast<uint8_t>(bit);
+        block.push_back(static_cast<uint8_t>(0x80 | rng()));  // 15 bits below the leading one
+        block.push_back(static_cast<uint8_t>(rng()));
+      } else {
+        flags &= static_cast<uint8_t>(~bit);
+      }
+    }
+    block[flagAt] = flags;
+  }
+  Bytes outputs[2];
+  for (int plain = 0; plain < 2; ++plain) {
+    EncoderRig rig;
+    rig.Open(Bytes(1 << 20, 'x'));
+    kz::EncoderBase& e = rig.Encoder(Method::Lh7);
+    EncoderTestAccess::ResetFrame(e);
+    std::mt19937 codes(11);
+    std::vector<uint16_t> charCode(kz::NC), posCode(17);
+    for (uint32_t c = 0; c < kz::NC; ++c) {
+      charCode[c] = static_cast<uint16_t>(codes());
+      EncoderTestAccess::SetCode(e, false, c, 16, charCode[c]);
+    }
+    for (uint32_t k = 0; k <= 16; ++k) {
+      posCode[k] = static_cast<uint16_t>(codes());
+      EncoderTestAccess::SetCode(e, true, k, 16, posCode[k]);
+    }
+    std::copy(block.begin(), block.end(), EncoderTestAccess::BlockBuffer(e));
+    for (uint32_t i = 0; i < 16384 - 100; ++i) EncoderTestAccess::PutBits(e, 8, i & 0xFF);
+    EncoderTestAccess::PutBits(e, 29, 0x1ABCDEF);  // more pending than a byte
+    if (plain) {
+      // Each part on its own: the character code, the position's code, the
+      // bits below the position's leading one.
+      const uint8_t* q = block.data();
+      uint32_t flags = 0;
+      for (uint32_t i = 0; i < size; ++i) {
+        flags = i % 8 == 0 ? *q++ : flags << 1;
+        const bool match = (flags & 0x80) != 0;
+        const uint32_t c = *q++ + (match ? 256u : 0u);
+        EncoderTestAccess::PutBits(e, 16, charCode[c]);
+        if (!match) continue;
+        const uint32_t p = uint32_t{q[0]} << 8 | q[1];
+        q += 2;
+        const uint32_t k = static_cast<uint32_t>(std::bit_width(p));
+        EncoderTestAccess::PutBits(e, 16, posCode[k]);
+        EncoderTestAccess::PutBits(e, k - 1, p & ((1u << (k - 1)) - 1));
+      }
+    } else {
+      EncoderTestAccess::WriteCodes(e, size);
+    }
+    EncoderTestAccess::PutBits(e, 7, 0);
+    EncoderTestAccess::SyncBits(e);
+    EncoderTestAccess::FinishOutput(e);
+    outputs[plain] = rig.Close();
+  }
+  ASSERT_GT(outputs[1].size(), 3 * 16384u);
+  EXPECT_TRUE(outputs[0] == outputs[1]) << "sizes " << outputs[0].size() << ", " << outputs[1].size();
 }
 
 TEST_F(BitWriterTest, The16385thByteWritesOneFullBuffer) {

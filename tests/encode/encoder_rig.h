@@ -54,6 +54,15 @@ struct EncoderTestAccess {
     e.SearchLoop();
   }
   static uint32_t BlockPos(const EncoderBase& e) { return e.BlockPos; }
+  // The block output on its own: codes laid into the block buffer, with
+  // code tables as SendBlock leaves them.
+  static uint8_t* BlockBuffer(EncoderBase& e) { return e.BlockBuffer; }
+  static void SetCode(EncoderBase& e, bool position, uint32_t symbol, uint8_t length, uint16_t code) {
+    (position ? e.AuxLen : e.CharLen)[symbol] = length;
+    (position ? e.AuxCode : e.CharCode)[symbol] = code;
+  }
+  static void WriteCodes(EncoderBase& e, uint32_t size) { e.WriteCodes(size); }
+  static void FinishOutput(EncoderBase& e) { e.FinishOutput(); }
   // A chain entry from its predecessor's entry and the distance back to it.
   template <const EncoderParams& P>
   static uint64_t ExtendLink(uint64_t prev, uint32_t back) {
