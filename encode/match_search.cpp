@@ -289,8 +289,16 @@ template <const EncoderParams& P>
   c.MatchPos = matchPos;
   // 7.
   Link(Heads(), Links(), c.Hash, pos);
-  // The next search most likely starts at the next position's bucket.
-  Prefetch(((c.Hash << P.HashShift) ^ here[3]) & kMask);
+  // Searches at the next positions follow unless a match is taken. Each
+  // waits first for its bucket's head, then for the head's entry: both
+  // are fetched steps ahead, the head three, the entry two (through the
+  // head fetched the step before), the flag one.
+  const uint32_t h1 = ((c.Hash << P.HashShift) ^ here[3]) & kMask;
+  const uint32_t h2 = ((h1 << P.HashShift) ^ here[4]) & kMask;
+  const uint32_t h3 = ((h2 << P.HashShift) ^ here[5]) & kMask;
+  __builtin_prefetch(Heads() + h3);
+  __builtin_prefetch(Links() + (Heads()[h2] & (P.DictSize - 1)));
+  __builtin_prefetch(crowded + h1);
 }
 
 // Returns what remains to be searched after the refill.
