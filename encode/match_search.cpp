@@ -16,13 +16,12 @@ inline uint64_t Load64(const uint8_t* p) {
   return v;
 }
 
-// Mask of the first n + 1 bytes of a word loaded from memory (n < 8).
+// Mask of the first n + 1 bytes of a word loaded from memory (0 <= n <= 7).
 inline uint64_t FirstBytesMask(int32_t n) {
-  if (n >= 7) return ~uint64_t{0};
   if constexpr (std::endian::native == std::endian::little) {
-    return (uint64_t{1} << (8 * (n + 1))) - 1;
+    return ~uint64_t{0} >> (8 * (7 - n));
   } else {
-    return ~(~uint64_t{0} >> (8 * (n + 1)));
+    return ~uint64_t{0} << (8 * (7 - n));
   }
 }
 
