@@ -207,6 +207,9 @@ class EncoderCore : public EncoderBase {
       return static_cast<uint64_t>(_mm_cvtsi128_si64(sum));
     }
   }
+  // The entry of every position four or more steps into a run (the
+  // predecessor one back): distances 1, 2, 3, 4, which Extend(.., 1) keeps.
+  static constexpr LinkEntry kRunEntry = 0x0004000300020001ull;
   // A link of kLinkEnd or more cannot lead above a walk's lower bound, nor
   // can a skip over it; the bound also stops a walk before it uses a skip
   // through a position that is not in the chain.

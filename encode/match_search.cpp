@@ -163,7 +163,9 @@ inline void EncoderCore<P>::SkipInserting(Cursor& c, int32_t count) {
     if (next == c.Hash) {
       // A run: the bucket's head is the position just linked, whose entry
       // is still in a register, so no load waits on the store before it.
-      entry = Extend(entry, 1);
+      // Four steps into a run the entry stays kRunEntry: tested for, the
+      // next entry waits on no arithmetic.
+      if (entry != kRunEntry) entry = Extend(entry, 1);
       links[c.Pos & (P.DictSize - 1)] = entry;
       heads[next] = static_cast<HeadEntry>(c.Pos);
       continue;

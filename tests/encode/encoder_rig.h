@@ -68,6 +68,8 @@ struct EncoderTestAccess {
   static uint64_t ExtendLink(uint64_t prev, uint32_t back) {
     return EncoderCore<P>::Extend(prev, back);
   }
+  template <const EncoderParams& P>
+  static constexpr uint64_t kRunEntry = EncoderCore<P>::kRunEntry;
   static std::vector<BlockCode> BlockCodes(const EncoderBase& e);
 };
 

@@ -204,6 +204,15 @@ void CheckExtendLink() {
     ASSERT_EQ(kz::EncoderTestAccess::ExtendLink<P>(c.Prev, c.Back), expected)
         << "lh" << P.Method << " prev " << std::hex << c.Prev << " back " << c.Back;
   }
+  // A run's insertion keeps this entry without extending it: it must be the
+  // entry that four steps of distance 1 reach from any start, and a fixed point.
+  for (const Case& c : cases) {
+    uint64_t e = c.Prev;
+    for (int step = 0; step < 4; ++step) e = kz::EncoderTestAccess::ExtendLink<P>(e, 1);
+    ASSERT_EQ(e, kz::EncoderTestAccess::kRunEntry<P>) << "lh" << P.Method << " prev " << std::hex << c.Prev;
+  }
+  EXPECT_EQ(kz::EncoderTestAccess::ExtendLink<P>(kz::EncoderTestAccess::kRunEntry<P>, 1),
+            kz::EncoderTestAccess::kRunEntry<P>);
 }
 
 TEST(ChainEntryTest, DistancesAddAndHoldAtTheWindowEnd) {
