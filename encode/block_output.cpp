@@ -135,8 +135,6 @@ void EncoderBase::WriteCodes(uint32_t size) {
     const uint32_t match = (flags >> 7) & 1;
     if (n + kReach <= kOutputBufferBytes) [[likely]] {
       const uint32_t c = charPut[q[0] + (match << 8)];
-      acc = (acc << (c & 0xFF)) | (c >> 8);
-      count += c & 0xFF;
       // The position's code, then the bits below its leading one.
       const uint32_t p = (uint32_t{q[1]} << 8) | q[2];
       const uint32_t k = static_cast<uint32_t>(std::bit_width(p));
@@ -145,8 +143,11 @@ void EncoderBase::WriteCodes(uint32_t size) {
       const uint32_t keep = 0u - match;
       const uint32_t bits = ((e & 0xFF) + extra) & keep;
       const uint64_t value = ((uint64_t{e >> 8} << extra) | (p & ((1u << extra) - 1))) & keep;
-      acc = (acc << bits) | value;
-      count += bits;
+      // The code whole (at most 16 + 31 bits) enters the accumulator in one
+      // step: the accumulator's chain from code to code is one shift, one or.
+      const uint32_t total = (c & 0xFF) + bits;
+      acc = (acc << total) | (uint64_t{c >> 8} << bits) | value;
+      count += total;
       q += 1 + 2 * match;
       // The pending bits, left-aligned, out in byte order. With count 0 the
       // shift leaves stale bits, but then no byte counts.
