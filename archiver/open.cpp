@@ -104,14 +104,23 @@ HRESULT KzLhaArchiver::FindFirstHeader(uint64_t& offset) {
   uint64_t size = 0;
   ArchiveStream.GetSize(&size);
   const uint32_t n = static_cast<uint32_t>(size < kSearchWindow ? size : kSearchWindow);
-  std::unique_ptr<uint8_t, FreeDeleter> buffer(static_cast<uint8_t*>(std::malloc(n ? n : 1)));
-  if (!buffer) return SetError(kz::E_Outofmemory, nullptr);
+  // The first look goes to the stack; the window is allocated only when the
+  // search must go on past it.
+  uint8_t firstLook[kFirstLook];
+  std::unique_ptr<uint8_t, FreeDeleter> window;
+  uint8_t* buffer = firstLook;
 
   uint32_t have = 0;
   uint32_t i = 0;
   for (uint32_t want = n < kFirstLook ? n : kFirstLook;; want = n) {
+    if (want > kFirstLook) {
+      window.reset(static_cast<uint8_t*>(std::malloc(want)));
+      if (!window) return SetError(kz::E_Outofmemory, nullptr);
+      std::memcpy(window.get(), firstLook, have);
+      buffer = window.get();
+    }
     uint32_t got = 0;
-    const BOOL read = ArchiveStream.Read(buffer.get() + have, want - have, &got, 0);
+    const BOOL read = ArchiveStream.Read(buffer + have, want - have, &got, 0);
     if (!read || got < want - have) {
       if (read) SetLastError(ERROR_HANDLE_EOF);
       return SetSystemError(ArchiveStream.GetName());
@@ -120,7 +129,7 @@ HRESULT KzLhaArchiver::FindFirstHeader(uint64_t& offset) {
     // Positions whose test sees every byte it would see in the whole window.
     const uint32_t decided = have == n ? n : have - kLargestCandidate;
     for (; i < decided && i + kSmallestCandidate <= n; ++i) {
-      if (IsHeaderCandidate(buffer.get() + i, n - i)) {
+      if (IsHeaderCandidate(buffer + i, n - i)) {
         FirstHeaderOffset32 = i;
         offset = i;
         return kz::S_Ok;
