@@ -129,6 +129,26 @@ void EncoderBase::WriteCodes(uint32_t size) {
   for (uint32_t i = 0; i < size; ++i) {
     if ((i & 7) == 0) {
       flags = *q++;
+      // A group of eight literals, common where little repeats: two at a
+      // time (at most 7 + 2 x 16 bits pending), with nothing of a position.
+      if (flags == 0 && size - i >= 8 && n + 2 * kReach <= kOutputBufferBytes) {
+        for (int k = 0; k < 8; k += 2) {
+          const uint32_t c0 = charPut[q[k]];
+          const uint32_t c1 = charPut[q[k + 1]];
+          const uint32_t l1 = c1 & 0xFF;
+          const uint32_t total = (c0 & 0xFF) + l1;
+          acc = (acc << total) | (uint64_t{c0 >> 8} << l1) | (c1 >> 8);
+          count += total;
+          uint64_t be = (acc << 1) << (63 - count);
+          if constexpr (std::endian::native == std::endian::little) be = __builtin_bswap64(be);
+          std::memcpy(out + n, &be, 8);
+          n += count >> 3;
+          count &= 7;
+        }
+        q += 8;
+        i += 7;
+        continue;
+      }
     } else {
       flags <<= 1;
     }
