@@ -7,4 +7,6 @@ preset=${KZ_TEST_PRESET:-dev}
 bash "$root/scripts/install-deps.sh"
 cmake --preset "$preset" -S "$root" >/dev/null
 cmake --build "$root/build/$preset" -j"$(nproc)"
-ctest --test-dir "$root/build/$preset" --output-on-failure -j"$(nproc)"
+# A test that hangs (a decoder looping on a broken table, say) fails after
+# ten minutes instead of holding the run; the slowest take seconds.
+ctest --test-dir "$root/build/$preset" --output-on-failure --timeout 600 -j"$(nproc)"
