@@ -126,6 +126,16 @@ void EncoderBase::WriteCodes(uint32_t size) {
   uint8_t* const out = OutputBuffer;
   uint32_t n = OutputCount;
   uint32_t flags = 0;
+  // The pending bits, left-aligned, out in byte order; of the 8-byte store
+  // only the complete bytes count. With count 0 the shift leaves stale
+  // bits, but then no byte counts.
+  auto sendBytes = [&] {
+    uint64_t be = (acc << 1) << (63 - count);
+    if constexpr (std::endian::native == std::endian::little) be = __builtin_bswap64(be);
+    std::memcpy(out + n, &be, 8);
+    n += count >> 3;
+    count &= 7;
+  };
   for (uint32_t i = 0; i < size; ++i) {
     if ((i & 7) == 0) {
       flags = *q++;
@@ -139,11 +149,7 @@ void EncoderBase::WriteCodes(uint32_t size) {
           const uint32_t total = (c0 & 0xFF) + l1;
           acc = (acc << total) | (uint64_t{c0 >> 8} << l1) | (c1 >> 8);
           count += total;
-          uint64_t be = (acc << 1) << (63 - count);
-          if constexpr (std::endian::native == std::endian::little) be = __builtin_bswap64(be);
-          std::memcpy(out + n, &be, 8);
-          n += count >> 3;
-          count &= 7;
+          sendBytes();
         }
         q += 8;
         i += 7;
@@ -169,14 +175,7 @@ void EncoderBase::WriteCodes(uint32_t size) {
       acc = (acc << total) | (uint64_t{c >> 8} << bits) | value;
       count += total;
       q += 1 + 2 * match;
-      // The pending bits, left-aligned, out in byte order. With count 0 the
-      // shift leaves stale bits, but then no byte counts.
-      const uint64_t aligned = (acc << 1) << (63 - count);
-      uint64_t be = aligned;
-      if constexpr (std::endian::native == std::endian::little) be = __builtin_bswap64(aligned);
-      std::memcpy(out + n, &be, 8);
-      n += count >> 3;
-      count &= 7;
+      sendBytes();
       continue;
     }
     BitAcc = acc;
